@@ -1,0 +1,134 @@
+#include "test_support.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace ndtest {
+
+void PlatformTest::SetUp()
+{
+    ndplat::reset();
+    allocationsAtStart_ = ndplat::outstanding_allocations();
+}
+
+void PlatformTest::TearDown()
+{
+    EXPECT_EQ(ndplat::outstanding_allocations(), allocationsAtStart_) << "platform allocations left behind";
+    EXPECT_EQ(ndplat::cmf_open_contexts(), 0) << "client contexts left open";
+    ndplat::reset();
+}
+
+Stdout::Stdout() : capturing_(true)
+{
+    fflush(stdout);
+    ::testing::internal::CaptureStdout();
+}
+
+Stdout::~Stdout()
+{
+    if (capturing_)
+        take();
+}
+
+std::string Stdout::take()
+{
+    if (!capturing_)
+        return {};
+    capturing_ = false;
+    fflush(stdout);
+    return ::testing::internal::GetCapturedStdout();
+}
+
+FdCapture::FdCapture()
+{
+    char name[] = "/tmp/ndtest-fd-XXXXXX";
+    fd_ = mkstemp(name);
+    path_ = name;
+}
+
+FdCapture::~FdCapture()
+{
+    if (fd_ >= 0)
+        close(fd_);
+    unlink(path_.c_str());
+}
+
+std::string FdCapture::text()
+{
+    std::string out;
+    int in = open(path_.c_str(), O_RDONLY);
+    if (in < 0)
+        return out;
+    char buf[4096];
+    ssize_t n;
+    while ((n = read(in, buf, sizeof buf)) > 0)
+        out.append(buf, static_cast<size_t>(n));
+    close(in);
+    return out;
+}
+
+LoadedPlugin::LoadedPlugin() : handle_(dlopen(ND_CLI_SO_PATH, RTLD_NOW | RTLD_GLOBAL))
+{
+    if (!handle_) {
+        const char *e = dlerror();
+        error_ = e ? e : "dlopen failed";
+    }
+}
+
+LoadedPlugin::~LoadedPlugin()
+{
+    if (handle_)
+        dlclose(handle_);
+}
+
+void *LoadedPlugin::symbol(const char *name) const
+{
+    return handle_ ? dlsym(handle_, name) : nullptr;
+}
+
+uint32_t LoadedPlugin::start()
+{
+    auto entry = static_cast<uint32_t (**)(void)>(symbol("dl_cli_init"));
+    return entry && *entry ? (*entry)() : 0xFFFFFFFFu;
+}
+
+std::vector<uint8_t> u32_bytes(uint32_t v)
+{
+    std::vector<uint8_t> out(sizeof v);
+    memcpy(out.data(), &v, sizeof v);
+    return out;
+}
+
+std::vector<uint8_t> u16_bytes(uint16_t v)
+{
+    std::vector<uint8_t> out(sizeof v);
+    memcpy(out.data(), &v, sizeof v);
+    return out;
+}
+
+std::vector<uint8_t> text_bytes(const char *s, size_t length)
+{
+    return std::vector<uint8_t>(s, s + length);
+}
+
+SHELL_CMD_FN cmd_handler(size_t index)
+{
+    std::vector<ndplat::CmdRegistration> regs = ndplat::cmd_registrations();
+    return index < regs.size() ? regs[index].fn : nullptr;
+}
+
+int32_t run_handler(SHELL_CMD_FN fn, const std::vector<std::string> &words)
+{
+    std::vector<std::string> copies = words;
+    std::vector<char *> argv;
+    for (std::string &w : copies)
+        argv.push_back(w.data());
+    argv.push_back(nullptr);
+    return fn(static_cast<int32_t>(words.size()), argv.data());
+}
+
+} // namespace ndtest

@@ -1,0 +1,80 @@
+// Shared helpers of the unit tests: a fresh emulated platform per test, output capture, the
+// plug-in loaded as the shell loads it, and readable assertions on the requests sent.
+#ifndef ND_TEST_SUPPORT_H
+#define ND_TEST_SUPPORT_H
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "nd_cli_types.h"
+#include "ndplat.h"
+
+namespace ndtest {
+
+// Every test starts on a freshly reset platform and must leave no allocation and no client
+// context behind.
+class PlatformTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+private:
+    long allocationsAtStart_ = 0;
+};
+
+// Captures what the code under test prints on standard output.
+class Stdout {
+public:
+    Stdout();
+    ~Stdout();
+    std::string take(); // the text since the start, and stops capturing
+private:
+    bool capturing_;
+};
+
+// Captures what is written to a file descriptor (the running-configuration handlers' output).
+class FdCapture {
+public:
+    FdCapture();
+    ~FdCapture();
+    int fd() const { return fd_; }
+    std::string text(); // everything written so far
+private:
+    int fd_;
+    std::string path_;
+};
+
+// libnd-cli.so opened with dlopen, as the shell opens it.
+class LoadedPlugin {
+public:
+    LoadedPlugin();
+    ~LoadedPlugin();
+    bool ok() const { return handle_ != nullptr; }
+    const char *error() const { return error_.c_str(); }
+    void *symbol(const char *name) const;
+    template <typename T> T fn(const char *name) const { return reinterpret_cast<T>(symbol(name)); }
+    // Calls dl_nd_cli_init through the exported pointer dl_cli_init.
+    uint32_t start();
+
+private:
+    void *handle_;
+    std::string error_;
+};
+
+// An item's value bytes, built from host-order integers or raw text.
+std::vector<uint8_t> u32_bytes(uint32_t v);
+std::vector<uint8_t> u16_bytes(uint16_t v);
+std::vector<uint8_t> text_bytes(const char *s, size_t length);
+
+// The handler of the n-th recorded command registration (0-based).
+SHELL_CMD_FN cmd_handler(size_t index);
+
+// Calls a command handler with words as the shell passes them (argv[argc] is null).
+int32_t run_handler(SHELL_CMD_FN fn, const std::vector<std::string> &words);
+
+} // namespace ndtest
+
+#endif
