@@ -134,25 +134,37 @@ bool validMac(std::string_view s)
     return false;
 }
 
-// One element of a port list: [type-name]M/P or [type-name]M/P-Q.
+// One element of a port list: an optional interface-type name, then M/P, M/S/P, or either
+// with a port range "-Q"; after a type name a bare number (or range) names an aggregation.
 bool validPortElement(std::string_view s)
 {
     size_t i = 0;
-    while (i < s.size() && std::isalpha(static_cast<unsigned char>(s[i])))
+    while (i < s.size() && (std::isalpha(static_cast<unsigned char>(s[i])) || (i > 0 && s[i] == '-')))
         ++i;
+    bool named = i > 0;
     std::string_view rest = s.substr(i);
-    size_t slash = rest.find('/');
-    if (slash == std::string_view::npos)
+    size_t dash = rest.find('-');
+    std::string_view path = rest.substr(0, dash);
+    std::string_view last = dash == std::string_view::npos ? std::string_view() : rest.substr(dash + 1);
+    std::vector<std::string_view> numbers;
+    size_t start = 0;
+    while (true) {
+        size_t slash = path.find('/', start);
+        numbers.push_back(path.substr(start, slash == std::string_view::npos ? std::string_view::npos : slash - start));
+        if (slash == std::string_view::npos)
+            break;
+        start = slash + 1;
+    }
+    if (numbers.size() > 3 || (numbers.size() == 1 && !named))
         return false;
-    std::string_view slot = rest.substr(0, slash);
-    std::string_view ports = rest.substr(slash + 1);
-    size_t dash = ports.find('-');
-    std::string_view first = ports.substr(0, dash);
-    std::string_view last = dash == std::string_view::npos ? first : ports.substr(dash + 1);
-    if (!allDigits(slot) || !allDigits(first) || !allDigits(last))
+    for (std::string_view n : numbers)
+        if (!allDigits(n) || n.size() > 9)
+            return false;
+    if (dash == std::string_view::npos)
+        return true;
+    if (!allDigits(last) || last.size() > 9)
         return false;
-    auto m = parseNumber(slot), p = parseNumber(first), q = parseNumber(last);
-    return m && p && q && *m >= 1 && *p >= 1 && *q >= *p;
+    return *parseNumber(last) >= *parseNumber(numbers.back());
 }
 
 bool validPortList(std::string_view s)
@@ -526,11 +538,25 @@ std::string_view restOfLine(std::string_view line, size_t column)
 struct Choice {
     MatchStatus status; // Ok, Unknown or Ambiguous
     const TNode *node;
+    size_t words = 1; // typed words taken: 2 for a port list written "gigabitethernet 0/1"
 };
+
+bool isTypeName(std::string_view w)
+{
+    return !w.empty() && std::all_of(w.begin(), w.end(), [](char c) {
+        return std::isalpha(static_cast<unsigned char>(c)) || c == '-';
+    });
+}
+
+// A port list may be typed with a blank between the interface-type name and its numbers.
+bool portListOfTwo(std::string_view word, const std::string_view *next)
+{
+    return next && isTypeName(word) && validPortList(std::string(word) + std::string(*next));
+}
 
 // The child that a typed word selects: an exact keyword first, then a unique keyword prefix,
 // then the best-ranked parameter that accepts the word.
-Choice choose(const TNode &node, size_t mode, std::string_view word)
+Choice choose(const TNode &node, size_t mode, std::string_view word, const std::string_view *next)
 {
     const TNode *prefixMatch = nullptr;
     int prefixCount = 0;
@@ -551,21 +577,29 @@ Choice choose(const TNode &node, size_t mode, std::string_view word)
     const TNode *best = nullptr;
     int bestRank = 99;
     bool tie = false;
+    size_t taken = 1;
     for (const auto &c : node.children) {
-        if (!c->modes[mode].present || c->token.kind == TokenKind::Keyword || !token_accepts(c->token, word))
+        if (!c->modes[mode].present || c->token.kind == TokenKind::Keyword)
             continue;
+        size_t words = 1;
+        if (!token_accepts(c->token, word)) {
+            if (c->token.kind != TokenKind::ConfPortList || !portListOfTwo(word, next))
+                continue;
+            words = 2;
+        }
         int rank = paramRank(c->token.kind);
         if (rank < bestRank) {
             best = c.get();
             bestRank = rank;
             tie = false;
+            taken = words;
         } else if (rank == bestRank) {
             tie = true;
         }
     }
     if (!best)
         return Choice{MatchStatus::Unknown, nullptr};
-    return Choice{tie ? MatchStatus::Ambiguous : MatchStatus::Ok, best};
+    return Choice{tie ? MatchStatus::Ambiguous : MatchStatus::Ok, best, taken};
 }
 
 } // namespace
@@ -693,7 +727,8 @@ MatchResult CommandTree::match(CliMode cliMode, std::string_view line) const
         return r;
     const TNode *node = &impl_->root;
     for (size_t i = 0; i < words.size(); ++i) {
-        Choice choice = choose(*node, mode, words[i].text);
+        const std::string_view *next = i + 1 < words.size() ? &words[i + 1].text : nullptr;
+        Choice choice = choose(*node, mode, words[i].text, next);
         if (choice.status != MatchStatus::Ok) {
             r.status = choice.status;
             r.wordIndex = i;
@@ -705,6 +740,12 @@ MatchResult CommandTree::match(CliMode cliMode, std::string_view line) const
         if (node->token.kind == TokenKind::Line) {
             r.argv.emplace_back(restOfLine(line, words[i].column));
             break;
+        }
+        if (choice.words == 2) {
+            size_t end = words[i + 1].column + words[i + 1].text.size();
+            r.argv.emplace_back(line.substr(words[i].column, end - words[i].column));
+            ++i;
+            continue;
         }
         r.argv.emplace_back(node->token.kind == TokenKind::Keyword ? std::string_view(node->token.word) : words[i].text);
     }
@@ -740,7 +781,16 @@ Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
     }
     const TNode *node = &impl_->root;
     for (size_t i = 0; i < full; ++i) {
-        Choice choice = choose(*node, mode, words[i].text);
+        const std::string_view *next = i + 1 < full ? &words[i + 1].text : nullptr;
+        Choice choice = choose(*node, mode, words[i].text, next);
+        if (choice.status == MatchStatus::Unknown && i + 1 == full && !partial && isTypeName(words[i].text)) {
+            // An interface-type name typed alone: its numbers come next.
+            for (const auto &c : node->children)
+                if (c->token.kind == TokenKind::ConfPortList && c->modes[mode].present && c->modes[mode].visible)
+                    r.candidates.push_back(Candidate{token_display(c->token), c->modes[mode].help, false, false});
+            if (!r.candidates.empty())
+                return r;
+        }
         if (choice.status != MatchStatus::Ok) {
             r.status = choice.status;
             r.wordIndex = i;
@@ -748,6 +798,7 @@ Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
             return r;
         }
         node = choice.node;
+        i += choice.words - 1;
         if (node->token.kind == TokenKind::Line) {
             // Everything after LINE belongs to it; only the end of the command is left.
             const ModeInfo &info = node->modes[mode];

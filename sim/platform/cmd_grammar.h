@@ -18,9 +18,11 @@
 //   IPV6ADDR      any address inet_pton(AF_INET6) accepts
 //   IPV6PREFIX    ADDRESS/LEN with LEN 0..128
 //   MACAddress    HHHH.HHHH.HHHH, or six two-digit hex groups joined by ":" or by "-"
-//   CONFPORTLIST  a comma-separated list of ports "M/P" or port ranges "M/P-Q" (1 <= M, P, Q
-//                 and P <= Q), each optionally preceded by an interface-type name
-//                 ("gigabitethernet0/1", "ge0/1-4,0/7"); one word, no blanks
+//   CONFPORTLIST  a comma-separated list of ports "S/P" or "M/S/P", or port ranges "S/P-Q"
+//                 (P <= Q), each optionally preceded by an interface-type name
+//                 ("gigabitethernet0/1", "ge0/1-4,0/7", "ag3"); one word, or a type name and
+//                 its numbers as two words ("gigabitethernet 0/1"), passed as one argument
+//                 exactly as typed
 //   CONFPORTAGGNUM a link-aggregation number 1..128
 //   WORD, PASSWORD, STRING   any one word;   LINE   the rest of the line, blanks included
 //   ipAddress     a dotted IPv4 address
