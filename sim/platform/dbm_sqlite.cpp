@@ -1,0 +1,510 @@
+// The SQLite storage of the configuration database: one file "<state>/<name>.db" per database,
+// in WAL mode with a busy timeout, so that the shell and the service (two processes) use the
+// same database at once. Each handle is one SQLite connection; each write is one committed
+// transaction, which the WAL keeps across a crash of the writing process.
+//
+// Schema:
+//   records(key BLOB PRIMARY KEY, type INTEGER, value BLOB, entry_size INTEGER, sort_len INTEGER)
+//     entry_size 0: a plain record, its bytes in value;
+//     entry_size > 0: a sorted list, its entries in list_entries.
+//   list_entries(list_key BLOB, sort_key BLOB, entry BLOB, PRIMARY KEY(list_key, sort_key))
+// BLOBs compare as memcmp, shorter first on a common prefix: the key order of DBM_Proc and
+// the entry order of the lists.
+#include <dirent.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "dbm_storage.h"
+#include "ndplat_dbm.h"
+
+namespace ndplat::dbm {
+namespace {
+
+constexpr int kBusyTimeoutMs = 10000;
+constexpr int kSetupAttempts = 200;
+
+enum Statement {
+    kKeysOfType,
+    kRecordOf,
+    kListCount,
+    kListEntries,
+    kListAfter,
+    kListFirst,
+    kUpsertPlain,
+    kDeleteRecord,
+    kDeleteEntries,
+    kInsertList,
+    kUpsertEntry,
+    kDeleteEntry,
+    kStatementCount
+};
+
+constexpr std::array<const char *, kStatementCount> kSql = {
+    "SELECT key FROM records WHERE type = ?1 ORDER BY key",
+    "SELECT entry_size, sort_len, value FROM records WHERE key = ?1",
+    "SELECT count(*) FROM list_entries WHERE list_key = ?1",
+    "SELECT entry FROM list_entries WHERE list_key = ?1 ORDER BY sort_key",
+    "SELECT sort_key, entry FROM list_entries WHERE list_key = ?1 AND sort_key > ?2 ORDER BY sort_key LIMIT ?3",
+    "SELECT sort_key, entry FROM list_entries WHERE list_key = ?1 ORDER BY sort_key LIMIT ?2",
+    "INSERT INTO records(key, type, value, entry_size, sort_len) VALUES(?1, ?2, ?3, 0, 0) "
+    "ON CONFLICT(key) DO UPDATE SET type = excluded.type, value = excluded.value, entry_size = 0, sort_len = 0",
+    "DELETE FROM records WHERE key = ?1",
+    "DELETE FROM list_entries WHERE list_key = ?1",
+    "INSERT INTO records(key, type, value, entry_size, sort_len) VALUES(?1, ?2, NULL, ?3, ?4)",
+    "INSERT OR REPLACE INTO list_entries(list_key, sort_key, entry) VALUES(?1, ?2, ?3)",
+    "DELETE FROM list_entries WHERE list_key = ?1 AND sort_key = ?2",
+};
+
+constexpr const char *kSchema =
+    "CREATE TABLE IF NOT EXISTS records(key BLOB PRIMARY KEY, type INTEGER NOT NULL, value BLOB,"
+    " entry_size INTEGER NOT NULL DEFAULT 0, sort_len INTEGER NOT NULL DEFAULT 0) WITHOUT ROWID;"
+    "CREATE INDEX IF NOT EXISTS records_by_type ON records(type, key);"
+    "CREATE TABLE IF NOT EXISTS list_entries(list_key BLOB NOT NULL, sort_key BLOB NOT NULL,"
+    " entry BLOB NOT NULL, PRIMARY KEY(list_key, sort_key)) WITHOUT ROWID;";
+
+const char kEmpty[1] = {0};
+
+bool makeDirs(const std::string &path)
+{
+    std::string partial;
+    size_t start = 0;
+    while (start <= path.size()) {
+        size_t slash = path.find('/', start);
+        partial = path.substr(0, slash);
+        if (!partial.empty() && mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
+            return false;
+        if (slash == std::string::npos)
+            break;
+        start = slash + 1;
+    }
+    return true;
+}
+
+std::string dbPath(const std::string &dir, const std::string &db)
+{
+    return dir + "/" + db + ".db";
+}
+
+// Runs a statement text, retrying while another connection holds the lock it needs.
+bool execRetry(sqlite3 *db, const char *sql)
+{
+    for (int attempt = 0; attempt < kSetupAttempts; ++attempt) {
+        int rc = sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
+        if (rc == SQLITE_OK)
+            return true;
+        if (rc != SQLITE_BUSY && rc != SQLITE_LOCKED)
+            return false;
+        usleep(10000);
+    }
+    return false;
+}
+
+void bindBytes(sqlite3_stmt *s, int index, const void *bytes, size_t length)
+{
+    sqlite3_bind_blob(s, index, length ? bytes : kEmpty, static_cast<int>(length), SQLITE_TRANSIENT);
+}
+
+Bytes columnBytes(sqlite3_stmt *s, int column)
+{
+    const void *p = sqlite3_column_blob(s, column);
+    int n = sqlite3_column_bytes(s, column);
+    return p && n > 0 ? Bytes(static_cast<const char *>(p), static_cast<size_t>(n)) : Bytes();
+}
+
+class SqliteConnection final : public Connection {
+public:
+    ~SqliteConnection() override
+    {
+        for (sqlite3_stmt *s : statements_)
+            sqlite3_finalize(s);
+        if (db_)
+            sqlite3_close(db_);
+    }
+
+    bool open(const std::string &path, bool readOnly)
+    {
+        int flags = readOnly ? SQLITE_OPEN_READONLY : (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+        if (sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+            return false;
+        sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+        if (readOnly)
+            return true;
+        return execRetry(db_, "PRAGMA journal_mode=WAL") && execRetry(db_, "PRAGMA synchronous=NORMAL") &&
+               execRetry(db_, kSchema);
+    }
+
+    bool keys(uint32_t valueType, std::vector<Bytes> &out) override
+    {
+        Use s(this, kKeysOfType);
+        if (!s)
+            return false;
+        sqlite3_bind_int64(s, 1, valueType);
+        int rc;
+        while ((rc = sqlite3_step(s)) == SQLITE_ROW)
+            out.push_back(columnBytes(s, 0));
+        return rc == SQLITE_DONE;
+    }
+
+    int32_t length(const Bytes &key) override
+    {
+        Transaction read(db_, false);
+        if (!read)
+            return -1;
+        RecordInfo info;
+        int found = record(key, info);
+        if (found <= 0)
+            return found;
+        if (info.entrySize == 0)
+            return static_cast<int32_t>(info.value.size());
+        int64_t count = listCount(key);
+        return count < 0 ? -1 : static_cast<int32_t>(count * info.entrySize);
+    }
+
+    int32_t read(const Bytes &key, void *buf, uint32_t bufLen) override
+    {
+        Bytes value;
+        int found = whole(key, value, bufLen);
+        if (found <= 0)
+            return found;
+        size_t n = value.size() < bufLen ? value.size() : bufLen;
+        if (n)
+            memcpy(buf, value.data(), n);
+        return static_cast<int32_t>(n);
+    }
+
+    // The value of a record, a list's entries back to back (at least `limit` bytes of them
+    // when there are as many); 1 found, 0 absent, -1 failure.
+    int whole(const Bytes &key, Bytes &value, size_t limit = SIZE_MAX)
+    {
+        Transaction read(db_, false);
+        if (!read)
+            return -1;
+        RecordInfo info;
+        int found = record(key, info);
+        if (found <= 0)
+            return found;
+        value = info.value;
+        if (info.entrySize == 0)
+            return 1;
+        Use s(this, kListEntries);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        value.clear();
+        int rc = SQLITE_DONE;
+        while (value.size() < limit && (rc = sqlite3_step(s)) == SQLITE_ROW)
+            value += columnBytes(s, 0);
+        return rc == SQLITE_ROW || rc == SQLITE_DONE ? 1 : -1;
+    }
+
+    int32_t write(const Bytes &key, uint32_t valueType, const void *value, uint32_t length) override
+    {
+        Transaction write(db_, true);
+        if (!write || !run(kDeleteEntries, key))
+            return -1;
+        Use s(this, kUpsertPlain);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        sqlite3_bind_int64(s, 2, valueType);
+        bindBytes(s, 3, value, length);
+        if (sqlite3_step(s) != SQLITE_DONE)
+            return -1;
+        return write.commit() ? 0 : -1;
+    }
+
+    int32_t erase(const Bytes &key) override
+    {
+        Transaction write(db_, true);
+        if (!write || !run(kDeleteEntries, key) || !run(kDeleteRecord, key))
+            return -1;
+        return write.commit() ? 0 : -1;
+    }
+
+    int32_t listAdd(const Bytes &key, uint32_t valueType, const void *entry, uint32_t entrySize,
+                    uint32_t sortKeyLen) override
+    {
+        Transaction write(db_, true);
+        if (!write)
+            return -1;
+        RecordInfo info;
+        int found = record(key, info);
+        if (found < 0)
+            return -1;
+        if (found == 0) {
+            Use s(this, kInsertList);
+            if (!s)
+                return -1;
+            bindBytes(s, 1, key.data(), key.size());
+            sqlite3_bind_int64(s, 2, valueType);
+            sqlite3_bind_int64(s, 3, entrySize);
+            sqlite3_bind_int64(s, 4, sortKeyLen);
+            if (sqlite3_step(s) != SQLITE_DONE)
+                return -1;
+        } else if (info.entrySize != entrySize || info.sortKeyLen != sortKeyLen) {
+            return -1;
+        }
+        Use s(this, kUpsertEntry);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        bindBytes(s, 2, entry, sortKeyLen);
+        bindBytes(s, 3, entry, entrySize);
+        if (sqlite3_step(s) != SQLITE_DONE)
+            return -1;
+        return write.commit() ? 0 : -1;
+    }
+
+    int32_t listDel(const Bytes &key, const Bytes &sortKey) override
+    {
+        Transaction write(db_, true);
+        if (!write)
+            return -1;
+        RecordInfo info;
+        int found = record(key, info);
+        if (found < 0)
+            return -1;
+        if (found == 0 || info.entrySize == 0)
+            return 0;
+        Use s(this, kDeleteEntry);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        bindBytes(s, 2, sortKey.data(), sortKey.size());
+        if (sqlite3_step(s) != SQLITE_DONE)
+            return -1;
+        int64_t left = listCount(key);
+        if (left < 0 || (left == 0 && !run(kDeleteRecord, key)))
+            return -1;
+        return write.commit() ? 0 : -1;
+    }
+
+    int32_t listNext(const Bytes &key, ListPosition &position, uint32_t maxCount, std::vector<Bytes> &out) override
+    {
+        Use s(this, position.started ? kListAfter : kListFirst);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        if (position.started) {
+            bindBytes(s, 2, position.sortKey.data(), position.sortKey.size());
+            sqlite3_bind_int64(s, 3, maxCount);
+        } else {
+            sqlite3_bind_int64(s, 2, maxCount);
+        }
+        int rc;
+        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+            position.started = true;
+            position.sortKey = columnBytes(s, 0);
+            out.push_back(columnBytes(s, 1));
+        }
+        return rc == SQLITE_DONE ? static_cast<int32_t>(out.size()) : -1;
+    }
+
+private:
+    struct RecordInfo {
+        uint32_t entrySize = 0;
+        uint32_t sortKeyLen = 0;
+        Bytes value;
+    };
+
+    // A prepared statement of this connection, reset and unbound when the use ends.
+    class Use {
+    public:
+        Use(SqliteConnection *c, Statement which) : s_(c->statement(which)) {}
+        ~Use()
+        {
+            if (s_) {
+                sqlite3_reset(s_);
+                sqlite3_clear_bindings(s_);
+            }
+        }
+        Use(const Use &) = delete;
+        Use &operator=(const Use &) = delete;
+        operator sqlite3_stmt *() const { return s_; }
+        explicit operator bool() const { return s_ != nullptr; }
+
+    private:
+        sqlite3_stmt *s_;
+    };
+
+    // A transaction that rolls back unless committed. Writers take the write lock at once
+    // (IMMEDIATE), waiting through the busy timeout; readers see one snapshot.
+    class Transaction {
+    public:
+        Transaction(sqlite3 *db, bool write) : db_(db)
+        {
+            open_ = sqlite3_exec(db_, write ? "BEGIN IMMEDIATE" : "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
+        }
+        ~Transaction()
+        {
+            if (open_)
+                sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+        }
+        Transaction(const Transaction &) = delete;
+        Transaction &operator=(const Transaction &) = delete;
+        explicit operator bool() const { return open_; }
+        bool commit()
+        {
+            bool ok = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
+            open_ = !ok;
+            return ok;
+        }
+
+    private:
+        sqlite3 *db_;
+        bool open_ = false;
+    };
+
+    sqlite3_stmt *statement(Statement which)
+    {
+        if (!statements_[which] &&
+            sqlite3_prepare_v3(db_, kSql[which], -1, SQLITE_PREPARE_PERSISTENT, &statements_[which], nullptr) !=
+                SQLITE_OK)
+            statements_[which] = nullptr;
+        return statements_[which];
+    }
+
+    // 1 found, 0 absent, -1 failure.
+    int record(const Bytes &key, RecordInfo &info)
+    {
+        Use s(this, kRecordOf);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        int rc = sqlite3_step(s);
+        if (rc == SQLITE_DONE)
+            return 0;
+        if (rc != SQLITE_ROW)
+            return -1;
+        info.entrySize = static_cast<uint32_t>(sqlite3_column_int64(s, 0));
+        info.sortKeyLen = static_cast<uint32_t>(sqlite3_column_int64(s, 1));
+        info.value = columnBytes(s, 2);
+        return 1;
+    }
+
+    int64_t listCount(const Bytes &key)
+    {
+        Use s(this, kListCount);
+        if (!s)
+            return -1;
+        bindBytes(s, 1, key.data(), key.size());
+        return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+    }
+
+    bool run(Statement which, const Bytes &key)
+    {
+        Use s(this, which);
+        if (!s)
+            return false;
+        bindBytes(s, 1, key.data(), key.size());
+        return sqlite3_step(s) == SQLITE_DONE;
+    }
+
+    sqlite3 *db_ = nullptr;
+    std::array<sqlite3_stmt *, kStatementCount> statements_{};
+};
+
+// Copies one database file into another path through SQLite's backup, which reads one
+// consistent snapshot even while other connections write; the copy appears under its final
+// name only when complete.
+bool backupFile(const std::string &from, const std::string &to)
+{
+    sqlite3 *src = nullptr;
+    sqlite3 *dst = nullptr;
+    std::string temporary = to + ".tmp";
+    bool ok = sqlite3_open_v2(from.c_str(), &src, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+              sqlite3_open_v2(temporary.c_str(), &dst, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) ==
+                  SQLITE_OK;
+    if (ok) {
+        sqlite3_busy_timeout(src, kBusyTimeoutMs);
+        sqlite3_backup *backup = sqlite3_backup_init(dst, "main", src, "main");
+        ok = backup != nullptr;
+        if (ok) {
+            int rc;
+            int attempts = 0;
+            while ((rc = sqlite3_backup_step(backup, -1)) == SQLITE_BUSY || rc == SQLITE_LOCKED) {
+                if (++attempts > kSetupAttempts)
+                    break;
+                usleep(10000);
+            }
+            ok = rc == SQLITE_DONE;
+            sqlite3_backup_finish(backup);
+        }
+    }
+    if (src)
+        sqlite3_close(src);
+    if (dst)
+        sqlite3_close(dst);
+    if (ok)
+        ok = rename(temporary.c_str(), to.c_str()) == 0;
+    if (!ok)
+        unlink(temporary.c_str());
+    return ok;
+}
+
+class SqliteStorage final : public Storage {
+public:
+    std::unique_ptr<Connection> open(const std::string &db) override
+    {
+        std::string dir = ndplat::dbm_state_dir();
+        if (!makeDirs(dir))
+            return nullptr;
+        auto connection = std::make_unique<SqliteConnection>();
+        if (!connection->open(dbPath(dir, db), false))
+            return nullptr;
+        return connection;
+    }
+
+    int32_t save(const std::string &dir) override
+    {
+        std::string state = ndplat::dbm_state_dir();
+        std::string target = state + "/" + dir;
+        if (!makeDirs(state) || !makeDirs(target))
+            return -1;
+        DIR *d = opendir(state.c_str());
+        if (!d)
+            return -1;
+        std::vector<std::string> names;
+        while (dirent *e = readdir(d)) {
+            std::string file = e->d_name;
+            if (file.size() > 3 && file.compare(file.size() - 3, 3, ".db") == 0 &&
+                validName(file.substr(0, file.size() - 3)))
+                names.push_back(file.substr(0, file.size() - 3));
+        }
+        closedir(d);
+        bool ok = true;
+        for (const std::string &name : names)
+            ok = backupFile(dbPath(state, name), dbPath(target, name)) && ok;
+        return ok ? 0 : -1;
+    }
+
+    std::optional<Bytes> savedValue(const std::string &dir, const std::string &db, const Bytes &key) override
+    {
+        std::string path = dbPath(ndplat::dbm_state_dir() + "/" + dir, db);
+        if (access(path.c_str(), R_OK) != 0)
+            return std::nullopt;
+        SqliteConnection c;
+        Bytes value;
+        if (!c.open(path, true) || c.whole(key, value) != 1)
+            return std::nullopt;
+        return value;
+    }
+
+    void clear() override {}
+};
+
+} // namespace
+
+Storage *sqliteStorage()
+{
+    static SqliteStorage storage;
+    return &storage;
+}
+
+} // namespace ndplat::dbm
