@@ -1,0 +1,236 @@
+// The ISSU host store "ec_nd_host_issu": keeps the VXLAN ND local host table across an
+// in-service upgrade. Open, insert, save and walk are exported for the ND service as well; the
+// hidden diagnose listing and the backup/recover command live here too.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "vxlan/nd_cli_vxlan.h"
+
+namespace {
+
+constexpr const char *kDatabase = "ec_nd_host_issu";
+constexpr const char *kFlashPath = "/flash";
+constexpr uint32_t kOpenMode = 1;
+constexpr uint32_t kOpenParam[7] = {1, 1, 256, 0, 0, 0, 0};
+
+constexpr uint32_t kLogA2 = 0;
+constexpr uint32_t kLogA3 = 8;
+constexpr uint32_t kLogLevel = 4;
+
+constexpr int32_t kIterateBadArgument = 15;
+
+// The stored entry.
+constexpr uint32_t kEntrySize = 80;
+constexpr size_t kOffAddress = 0;
+constexpr size_t kOffMac = 16;
+constexpr size_t kOffEthMac = 22;
+constexpr size_t kOffPort = 28;
+constexpr size_t kPortSize = 40;
+constexpr size_t kOffIndex = 68;
+constexpr size_t kOffSvlan = 72;
+constexpr size_t kOffCvlan = 76;
+
+// Address record of IPAM_Struct2String: family byte, then the address at byte 4.
+constexpr size_t kAddressRecordSize = 20;
+constexpr uint8_t kFamilyIpv6 = 10;
+constexpr size_t kAddressTextSize = 40;
+constexpr size_t kKeySize = 128;
+
+constexpr uint32_t kItemIssuAction = 21;
+constexpr uint32_t kIssuBackup = 1;
+constexpr uint32_t kIssuRecover = 2;
+
+DBM_HANDLE gNdDbmLibIssuEcHandle = nullptr;
+
+uint32_t u32At(const uint8_t *p, size_t offset)
+{
+    uint32_t v;
+    memcpy(&v, p + offset, sizeof v);
+    return v;
+}
+
+void addressText(const uint8_t *entry, char (&text)[kAddressTextSize])
+{
+    uint8_t address[kAddressRecordSize];
+    memset(address, 0, sizeof address);
+    address[0] = kFamilyIpv6;
+    memcpy(address + 4, entry + kOffAddress, 16);
+    memset(text, 0, sizeof text);
+    IPAM_Struct2String(address, text);
+    text[kAddressTextSize - 1] = '\0';
+}
+
+// Diagnose filter: the index wanted (0: all) and how many entries were shown.
+struct IssuFilter {
+    uint32_t index;
+    uint32_t shown;
+};
+
+// The store stays open for one walk and is closed on every way out of it.
+class IssuStoreGuard {
+public:
+    IssuStoreGuard() = default;
+    ~IssuStoreGuard() { nd_DbmLibIssuClose(); }
+    IssuStoreGuard(const IssuStoreGuard &) = delete;
+    IssuStoreGuard &operator=(const IssuStoreGuard &) = delete;
+};
+
+} // namespace
+
+extern "C" {
+
+void *nd_DbmLibIssuEcHandleGet(void)
+{
+    return gNdDbmLibIssuEcHandle;
+}
+
+void nd_DbmLibIssuEcHandleSet(void *handle)
+{
+    gNdDbmLibIssuEcHandle = handle;
+}
+
+int32_t nd_DbmLibIssuOpen(void)
+{
+    DBM_HANDLE handle = nullptr;
+    uint32_t r = DBM_Open(kDatabase, kOpenMode, kOpenParam, 0, 0, &handle);
+    if (r != 0) {
+        NLOG_Send(ND_CLI_MODULE_ID, kLogA2, kLogA3, kLogLevel, "DBM_ISSU_OPEN, Nd open issu ec dbm failed, ret=%d.",
+                  static_cast<int32_t>(r));
+        return -1;
+    }
+    nd_DbmLibIssuEcHandleSet(handle);
+    return 0;
+}
+
+int32_t nd_DbmLibIssuEntryInsert(const void *entry)
+{
+    // A missing entry has no key; it is refused like a failed write.
+    const uint8_t *bytes = static_cast<const uint8_t *>(entry);
+    int32_t r = -1;
+    if (bytes) {
+        char text[kAddressTextSize];
+        addressText(bytes, text);
+        char key[kKeySize];
+        snprintf(key, sizeof key, "nd_issu_entry_%d_%s", static_cast<int32_t>(u32At(bytes, kOffIndex)), text);
+        r = DBM_SetUniqueBinary(nd_DbmLibIssuEcHandleGet(), key, static_cast<uint16_t>(strlen(key)), 0, bytes,
+                                kEntrySize, 0);
+    }
+    if (r != 0) {
+        NLOG_Send(ND_CLI_MODULE_ID, kLogA2, kLogA3, kLogLevel, "DBM_ISSU_ENTRY, Dbm issu entry insert ec error <%d>.",
+                  r);
+        return -1;
+    }
+    return 0;
+}
+
+int32_t nd_DbmLibSaveIssu(const char *path, uint32_t a2, uint32_t a3, uint32_t a4)
+{
+    (void)path;
+    int32_t r = DBM_Save(kFlashPath, a2, a3, a4);
+    if (r != 0) {
+        NLOG_Send(ND_CLI_MODULE_ID, kLogA2, kLogA3, kLogLevel, "DBM_ISSU_ENTRY, Save issu dbm ec error <%d>.", r);
+        return -1;
+    }
+    return 0;
+}
+
+void nd_DbmLibIssuClose(void)
+{
+    DBM_HANDLE handle = nd_DbmLibIssuEcHandleGet();
+    if (!handle)
+        return;
+    DBM_Close(handle);
+    nd_DbmLibIssuEcHandleSet(nullptr);
+}
+
+int32_t ndDbmLibIssuIterateKeyCb(DBM_HANDLE handle, const void *key, uint16_t keyLen, void *context)
+{
+    NdDbmLibIssuIterCtx *iter = static_cast<NdDbmLibIssuIterCtx *>(context);
+    if (!handle || !key || !iter || !iter->callback)
+        return kIterateBadArgument;
+    if (DBM_GetLen(handle, key, keyLen) < 1)
+        return 0;
+    uint8_t entry[kEntrySize];
+    memset(entry, 0, sizeof entry);
+    if (DBM_GetUniqueBinary(handle, key, keyLen, 0, entry, sizeof entry) < 1)
+        return 0;
+    iter->callback(entry, iter->arg);
+    return 0;
+}
+
+int32_t nd_DbmLibIssuHandler(NdDbmLibIssuIterCtx *ctx)
+{
+    if (!ctx || nd_DbmLibIssuOpen() != 0)
+        return -1;
+    IssuStoreGuard store;
+    DBM_Proc(nd_DbmLibIssuEcHandleGet(), 0, ndDbmLibIssuIterateKeyCb, ctx);
+    return 0;
+}
+
+int32_t ndCliDbmShowIssuCb(const void *entry, void *filter)
+{
+    const uint8_t *e = static_cast<const uint8_t *>(entry);
+    IssuFilter *f = static_cast<IssuFilter *>(filter);
+    uint32_t index = u32At(e, kOffIndex);
+    if (f->index != 0 && f->index != index)
+        return 0;
+    f->shown++;
+    char text[kAddressTextSize];
+    addressText(e, text);
+    char port[kPortSize];
+    memcpy(port, e + kOffPort, kPortSize);
+    port[kPortSize - 1] = '\0';
+    const uint8_t *mac = e + kOffMac;
+    const uint8_t *eth = e + kOffEthMac;
+    printf("\nIssu host entry");
+    printf("\n  ip: %s", text);
+    printf("\n  index: %d", static_cast<int32_t>(index));
+    printf("\n    mac: %02x%02x.%02x%02x.%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    printf("\n    ethMac: %02x%02x.%02x%02x.%02x%02x", eth[0], eth[1], eth[2], eth[3], eth[4], eth[5]);
+    printf("\n    port: %s", port);
+    printf("\n    svlan: %d", static_cast<int32_t>(u32At(e, kOffSvlan)));
+    printf("\n    cvlan: %d", static_cast<int32_t>(u32At(e, kOffCvlan)));
+    printf("\n");
+    return 0;
+}
+
+int32_t nd_CliDbmDiagnoseShowIssu(int32_t argc, char **argv)
+{
+    IssuFilter filter = {0, 0};
+    if (argc == 7)
+        filter.index = static_cast<uint32_t>(atoi(argv[4]));
+    SHELL_MoreOrientOutput();
+    NdDbmLibIssuIterCtx ctx = {ndCliDbmShowIssuCb, &filter};
+    int32_t r = nd_DbmLibIssuHandler(&ctx);
+    if (r != 0) {
+        SHELL_MoreFormatOutput();
+        return r;
+    }
+    SHELL_MoreBreakOutput();
+    SHELL_MoreFormatOutput();
+    printf("\nTotal issu host entry: %d", static_cast<int32_t>(filter.shown));
+    return 0;
+}
+
+int32_t ndCliVxlanHostIssu(int32_t argc, char **argv)
+{
+    const char *action = argc > 4 ? argv[4] : nullptr;
+    uint32_t selector = 0;
+    if (action && action[0] == 'b')
+        selector = kIssuBackup;
+    else if (action && action[0] == 'r')
+        selector = kIssuRecover;
+    else
+        return 0;
+    NdCliParam block = {};
+    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], ND_CMD_VXLAN_HOST);
+    if (r != ND_OK)
+        return printf("cli param init error %d!", static_cast<int32_t>(r));
+    nd_CliParamSet(&block, &selector, sizeof selector, kItemIssuAction, 0);
+    if (ndCliVxlanSetProc(&block, nullptr) != ND_OK)
+        return printf("\nIpv6 nd host has not been backed up!\n");
+    return 0;
+}
+
+} // extern "C"
