@@ -1,0 +1,61 @@
+// Handlers of the ND snooping commands: configuration, and the show and clear commands with
+// their paged listings. The shell reaches them through the command table.
+#ifndef ND_SNOOPING_H
+#define ND_SNOOPING_H
+
+#include "nd_cli_internal.h"
+
+namespace ndcli {
+
+// Owns one platform resource and gives it back with `Release` on every path out of the scope.
+template <typename T, auto Release> class Owned {
+public:
+    explicit Owned(T resource) : resource_(resource) {}
+    ~Owned()
+    {
+        if (resource_)
+            Release(resource_);
+    }
+    Owned(const Owned &) = delete;
+    Owned &operator=(const Owned &) = delete;
+    T get() const { return resource_; }
+    explicit operator bool() const { return resource_ != nullptr; }
+
+private:
+    T resource_;
+};
+
+using OwnedContext = Owned<CMF_CONTEXT, CMF_ClientContextClose>;
+using OwnedMemory = Owned<void *, __UMV2L_free>;
+
+// The word at `index`, or an empty text when the command has fewer words.
+inline const char *wordAt(int32_t argc, char **argv, int32_t index)
+{
+    return argv && index < argc && argv[index] ? argv[index] : "";
+}
+
+} // namespace ndcli
+
+extern "C" {
+
+/* configuration */
+int32_t ndArgProcForGlbSnpEnable(int32_t argc, char **argv);
+int32_t ndArgProcForSnpLooseEnable(int32_t argc, char **argv);
+int32_t ndArgProcForVlanSnpEnable(int32_t argc, char **argv);
+int32_t ndArgProcForSnptrust(int32_t argc, char **argv);
+int32_t ndArgProcForSnpdetect(int32_t argc, char **argv);
+int32_t ndArgProcForSnpStUb(int32_t argc, char **argv);
+int32_t ndCliSnpAttackLogEnable(int32_t argc, char **argv);
+
+/* show and clear */
+int32_t ndShowNdSnoopingUserBind(int32_t argc, char **argv);
+int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv);
+int32_t ndShowNdSnoopingPrefix(int32_t argc, char **argv);
+int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv);
+int32_t ndShowNdSnoopingStat(int32_t argc, char **argv);
+int32_t ndClearNdSnoopingDyUbUserBind(int32_t argc, char **argv);
+int32_t ndClearNdSnoopingStat(int32_t argc, char **argv);
+
+}
+
+#endif

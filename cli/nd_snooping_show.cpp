@@ -1,0 +1,284 @@
+// ND snooping show and clear commands. Statistics, clears and the lookup of one user-bind
+// address are single exchanges; the user-bind and prefix tables are paged through here, one
+// request per page of 15 entries, until the service reports the last page.
+#include <arpa/inet.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "nd_request.h"
+#include "nd_snooping.h"
+#include "render/nd_render.h"
+
+namespace {
+
+constexpr int kAddressFamilyIpv6 = 10;
+static_assert(AF_INET6 == kAddressFamilyIpv6);
+
+constexpr uint32_t kItemShow = 9;
+constexpr uint32_t kItemClear = 10;
+constexpr uint32_t kItemAddress = 4;
+constexpr uint32_t kItemPrefixLength = 5;
+constexpr uint32_t kItemNoPrefix = 12;
+constexpr uint32_t kItemPageQuery = kItemShow;
+
+constexpr int32_t kObjectWord = 4; // address, prefix or table kind
+constexpr int32_t kClearPrefixBareWords = 4;
+constexpr uint8_t kHostPrefixLength = 128;
+
+constexpr uint32_t kCmfNoMore = 13;
+
+// Page query and page header.
+constexpr uint32_t kPageQueryBytes = 12;
+constexpr uint16_t kPageEntries = 15;
+constexpr uint32_t kQueryKindOffset = 0;
+constexpr uint32_t kQueryStartOffset = 4;
+constexpr uint32_t kQuerySizeOffset = 6;
+constexpr uint32_t kQueryZeroOffset = 8;
+constexpr uint32_t kHeaderNextOffset = 4;
+constexpr uint32_t kHeaderLastOffset = 8;
+constexpr uint32_t kLastPage = 1;
+
+// Table kinds of the page query.
+constexpr uint32_t kTablePrefix = 0;
+constexpr uint32_t kTableUbStatic = 2;
+constexpr uint32_t kTableUbDynamic = 3;
+constexpr uint32_t kTableUbDynamicSecondPass = 4;
+
+void printInitFailed()
+{
+    printf("nd cli param init failed\n");
+}
+
+// A request of one zero word, answered by a renderer or by a status alone.
+int32_t sendZeroWord(int32_t argc, char **argv, uint32_t code, uint32_t itemType)
+{
+    ndcli::Request request;
+    uint32_t result = request.init(ndcli::firstWord(argc, argv), code);
+    if (result != ND_OK) {
+        printInitFailed();
+        return static_cast<int32_t>(result);
+    }
+    const uint32_t zero = 0;
+    request.add(itemType, sizeof zero, &zero, true);
+    return static_cast<int32_t>(request.send());
+}
+
+// What tells the two paged listings apart.
+struct PagedTable {
+    uint32_t cmdCode;
+    uint32_t responseCode;
+    void (*render)(const void *payload, uint32_t length, uint32_t *rows, uint8_t *titleShown);
+};
+constexpr PagedTable kUserBindTable = {ND_CMD_SNP_USER_BIND, 11, ndCliShowUbInfo};
+constexpr PagedTable kPrefixTable = {ND_CMD_SNP_PREFIX, 10, ndCliShowPrefixInfo};
+
+// Where a listing stands between two pages.
+struct Listing {
+    uint32_t tableKind;
+    uint16_t start;
+    bool secondPass; // after the last page of kind 3, list kind 4 from the beginning
+    uint32_t rows;
+    uint8_t titleShown;
+};
+
+enum class PageEnd {
+    Next,   // the next page follows
+    Finish, // the listing is over: the pager is told
+    Abort,  // given up before anything was asked: no pager
+};
+
+template <typename T> void writeAt(uint8_t *bytes, uint32_t offset, T value)
+{
+    memcpy(bytes + offset, &value, sizeof value);
+}
+
+template <typename T> T readAt(const uint8_t *bytes, uint32_t offset)
+{
+    T value;
+    memcpy(&value, bytes + offset, sizeof value);
+    return value;
+}
+
+// Asks for, prints and accounts one page. The request's context is closed before return.
+PageEnd requestPage(const PagedTable &table, int32_t argc, char **argv, Listing &listing)
+{
+    NdCliParam block;
+    memset(&block, 0, sizeof block);
+    if (nd_CliParamInit(&block, ndcli::firstWord(argc, argv), table.cmdCode) != ND_OK) {
+        printInitFailed();
+        return PageEnd::Abort;
+    }
+    uint8_t query[kPageQueryBytes];
+    writeAt<uint32_t>(query, kQueryKindOffset, listing.tableKind);
+    writeAt<uint16_t>(query, kQueryStartOffset, listing.start);
+    writeAt<uint16_t>(query, kQuerySizeOffset, kPageEntries);
+    writeAt<uint32_t>(query, kQueryZeroOffset, 0);
+    nd_CliParamSet(&block, query, sizeof query, kItemPageQuery, 1);
+
+    ndcli::OwnedContext context(CMF_ClientContextInit(block.serviceName, block.serviceType, block.serviceInstance));
+    if (!context) {
+        printf("CMF ClientContextInit error %d!", 0);
+        return PageEnd::Abort;
+    }
+    uint32_t r = CMF_ClientContextObjSet(context.get(), &block);
+    if (r != 0) {
+        printf("CMF ClientContextObjSet error %d!", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    for (uint32_t i = 0; i < block.itemCount && i < ND_CLI_PARAM_ITEM_MAX; ++i) {
+        const NdCliParamItem &item = block.items[i];
+        r = CMF_ClientParamEncode(context.get(), item.type, item.length, item.value);
+        if (r != 0) {
+            printf("CMF ClientParamEncode error %d!", static_cast<int32_t>(r));
+            return PageEnd::Finish;
+        }
+    }
+    r = CMF_ClientRequestSend(context.get());
+    if (r != 0) {
+        printf("cmf request send failed ret %d", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    r = CMF_ClientResponseRecv(context.get());
+    if (r != 0 && r != kCmfNoMore) {
+        nd_CliPrintErrorToVty(r);
+        return PageEnd::Finish;
+    }
+    uint32_t code = 0;
+    uint32_t length = 0;
+    void *payload = nullptr;
+    r = CMF_ClientParamDecode(context.get(), &code, &length, &payload);
+    if (r == kCmfNoMore)
+        return PageEnd::Finish;
+    if (r != 0) {
+        printf("cmf param decode error, ret: %d\n", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    if (!payload || length == 0 || code != table.responseCode) {
+        printf("paramVal null paramLen %d\n", static_cast<int32_t>(length));
+        return PageEnd::Finish;
+    }
+
+    SHELL_MoreOrientOutput();
+    table.render(payload, length, &listing.rows, &listing.titleShown);
+
+    // A page too short to hold its header cannot say where to go on; it ends the listing.
+    const auto *page = static_cast<const uint8_t *>(payload);
+    const bool last = length < kNdPageHeaderBytes || readAt<uint32_t>(page, kHeaderLastOffset) == kLastPage;
+    if (!last) {
+        listing.start = readAt<uint16_t>(page, kHeaderNextOffset);
+        return PageEnd::Next;
+    }
+    if (listing.tableKind == kTableUbDynamic && listing.secondPass) {
+        listing.tableKind = kTableUbDynamicSecondPass;
+        listing.start = 0;
+        return PageEnd::Next;
+    }
+    printf("\n      Total number: %d\n", static_cast<int32_t>(listing.rows));
+    return PageEnd::Finish;
+}
+
+int32_t runListing(const PagedTable &table, int32_t argc, char **argv, uint32_t tableKind, bool secondPass)
+{
+    Listing listing = {tableKind, 0, secondPass, 0, 0};
+    PageEnd end;
+    do {
+        end = requestPage(table, argc, argv, listing);
+    } while (end == PageEnd::Next);
+    if (end == PageEnd::Abort)
+        return ND_ERR_OPERATION_FAILED;
+    // The page format follows whatever the break check answered.
+    SHELL_MoreBreakOutput();
+    SHELL_MoreFormatOutput();
+    return ND_OK;
+}
+
+} // namespace
+
+extern "C" {
+
+int32_t ndShowNdSnoopingStat(int32_t argc, char **argv)
+{
+    return sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemShow);
+}
+
+int32_t ndClearNdSnoopingStat(int32_t argc, char **argv)
+{
+    return sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemClear);
+}
+
+int32_t ndClearNdSnoopingDyUbUserBind(int32_t argc, char **argv)
+{
+    return sendZeroWord(argc, argv, ND_CMD_SNP_CLEAR_DYNAMIC, kItemClear);
+}
+
+int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
+{
+    ndcli::Request request;
+    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_USER_BIND_ADDR);
+    if (result != ND_OK) {
+        printInitFailed();
+        return static_cast<int32_t>(result);
+    }
+    const char *text = ndcli::wordAt(argc, argv, kObjectWord);
+    uint8_t address[16];
+    memset(address, 0, sizeof address);
+    // Only a failure of the conversion itself stops here; a text that is no address goes on.
+    if (inet_pton(kAddressFamilyIpv6, text, address) < 0) {
+        printf("ipv6 addr is valid %s\n", text);
+        return ND_ERR_OPERATION_FAILED;
+    }
+    request.add(kItemAddress, sizeof address, address, true);
+    return static_cast<int32_t>(request.send());
+}
+
+int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv)
+{
+    ndcli::Request request;
+    const char *first = ndcli::firstWord(argc, argv);
+    uint32_t result = request.init(first, ND_CMD_SNP_PREFIX);
+    if (result != ND_OK) {
+        printInitFailed();
+        return static_cast<int32_t>(result);
+    }
+    uint8_t prefix[16];
+    memset(prefix, 0, sizeof prefix);
+    uint8_t prefixLength = kHostPrefixLength;
+    const uint32_t bare = 1;
+    if (nd_CliArgGetOptFlag(first) == ND_CLI_OPT_UNDO) {
+        // Without a prefix the shell may pass no word 4: that reads as an empty text.
+        char empty[1] = {'\0'};
+        char *text = argv && kObjectWord < argc && argv[kObjectWord] ? argv[kObjectWord] : empty;
+        if (char *slash = strrchr(text, '/')) {
+            *slash = '\0';
+            prefixLength = static_cast<uint8_t>(atoi(slash + 1));
+        }
+        if (inet_pton(kAddressFamilyIpv6, text, prefix) < 0) {
+            printf("ipv6 addr is valid %s\n", text);
+            return ND_ERR_OPERATION_FAILED;
+        }
+        request.add(kItemAddress, sizeof prefix, prefix, true);
+        request.add(kItemPrefixLength, sizeof prefixLength, &prefixLength, true);
+        if (argc == kClearPrefixBareWords)
+            request.add(kItemNoPrefix, sizeof bare, &bare, true);
+    }
+    return static_cast<int32_t>(request.send());
+}
+
+int32_t ndShowNdSnoopingUserBind(int32_t argc, char **argv)
+{
+    const char *kind = ndcli::wordAt(argc, argv, kObjectWord);
+    if (strcmp(kind, "static") == 0)
+        return runListing(kUserBindTable, argc, argv, kTableUbStatic, false);
+    if (strcmp(kind, "dynamic") == 0)
+        return runListing(kUserBindTable, argc, argv, kTableUbDynamic, true);
+    return runListing(kUserBindTable, argc, argv, kTableUbDynamic, false);
+}
+
+int32_t ndShowNdSnoopingPrefix(int32_t argc, char **argv)
+{
+    return runListing(kPrefixTable, argc, argv, kTablePrefix, false);
+}
+
+}
