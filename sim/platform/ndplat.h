@@ -30,8 +30,9 @@ std::string trace_str(const char *s);
 
 // ---- fault injection ----------------------------------------------------------------------
 // The next `count` calls of the platform function `name` return `value` instead of doing
-// their work (for functions returning a pointer, value 0 returns null).
-void fault_inject(const std::string &name, int64_t value, uint32_t count = 1);
+// their work (for functions returning a pointer, value 0 returns null); with `skip`, that
+// many calls go through first.
+void fault_inject(const std::string &name, int64_t value, uint32_t count = 1, uint32_t skip = 0);
 void fault_clear();
 // Called by a platform function on entry: the injected value, if one is due.
 std::optional<int64_t> fault_next(const char *name);

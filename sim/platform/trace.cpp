@@ -13,6 +13,7 @@ namespace {
 struct Fault {
     int64_t value;
     uint32_t remaining;
+    uint32_t skip;
 };
 
 struct TraceState {
@@ -110,14 +111,14 @@ std::string trace_str(const char *s)
     return s ? "\"" + std::string(s) + "\"" : std::string("null");
 }
 
-void fault_inject(const std::string &name, int64_t value, uint32_t count)
+void fault_inject(const std::string &name, int64_t value, uint32_t count, uint32_t skip)
 {
     TraceState &s = state();
     std::lock_guard<std::mutex> hold(s.mutex);
     if (count == 0)
         s.faults.erase(name);
     else
-        s.faults[name] = Fault{value, count};
+        s.faults[name] = Fault{value, count, skip};
 }
 
 void fault_clear()
@@ -134,6 +135,10 @@ std::optional<int64_t> fault_next(const char *name)
     auto it = s.faults.find(name);
     if (it == s.faults.end())
         return std::nullopt;
+    if (it->second.skip > 0) {
+        --it->second.skip;
+        return std::nullopt;
+    }
     int64_t value = it->second.value;
     if (--it->second.remaining == 0)
         s.faults.erase(it);
