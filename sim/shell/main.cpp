@@ -1,0 +1,215 @@
+// ndsh: the emulated switch's command shell. Loads the ND plug-in as the switch does and gives
+// the operator the switch's command line; see `ndsh --help`.
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <iostream>
+
+#include "ndplat.h"
+#include "ndsh.h"
+
+namespace {
+
+constexpr const char *kUsage =
+    "usage: ndsh [options]\n"
+    "  -c 'CMD; CMD'        run these commands and exit (may be given more than once)\n"
+    "  -f FILE              run the commands of FILE and exit\n"
+    "  --plugin PATH        the ND plug-in to load (default: the built libnd-cli.so)\n"
+    "  --state DIR          state directory (default: $NDSIM_STATE, else ./ndsim-state)\n"
+    "  --trace              print every platform call with its arguments on stderr\n"
+    "  --fault FUNC=VALUE[xN]  make the next N calls of a platform function return VALUE\n"
+    "  --yes | --no         answer of console questions when no operator is there (default yes)\n"
+    "  --echo               print the prompt and each command before running it\n"
+    "  --no-service         do not reach ndsvc: requests are answered in process\n"
+    "  --no-startup-config  do not replay the startup configuration on a first start\n"
+    "  --bench-startup      report start-up and completion latency, then exit\n"
+    "Without -c or -f, commands come from the terminal (line editing, TAB, ?) or from a pipe.\n"
+    "The exit status is 1 when a command was rejected.\n";
+
+std::vector<std::string> split_commands(const std::string &text)
+{
+    std::vector<std::string> out;
+    size_t start = 0;
+    for (;;) {
+        size_t semi = text.find(';', start);
+        out.push_back(text.substr(start, semi == std::string::npos ? std::string::npos : semi - start));
+        if (semi == std::string::npos)
+            break;
+        start = semi + 1;
+    }
+    return out;
+}
+
+bool parse(int argc, char **argv, ndsh::Options &o)
+{
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto value = [&](std::string &into) {
+            if (i + 1 >= argc)
+                return false;
+            into = argv[++i];
+            return true;
+        };
+        std::string v;
+        if (a == "-c") {
+            if (!value(v))
+                return false;
+            for (const std::string &cmd : split_commands(v))
+                o.commands.push_back(cmd);
+        } else if (a == "-f") {
+            if (!value(o.file))
+                return false;
+        } else if (a == "--plugin") {
+            if (!value(o.plugin))
+                return false;
+        } else if (a == "--state") {
+            if (!value(o.stateDir))
+                return false;
+        } else if (a == "--fault") {
+            if (!value(v))
+                return false;
+            o.faults.push_back(v);
+        } else if (a == "--trace") {
+            o.trace = true;
+        } else if (a == "--yes") {
+            o.answerYes = true;
+        } else if (a == "--no") {
+            o.answerYes = false;
+        } else if (a == "--echo") {
+            o.echo = true;
+        } else if (a == "--no-service") {
+            o.service = false;
+        } else if (a == "--no-startup-config") {
+            o.startupConfig = false;
+        } else if (a == "--bench-startup") {
+            o.benchStartup = true;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+// A value that a parameter accepts, for the completion walk of the benchmark.
+std::string sample(const ndplat::Candidate &c)
+{
+    if (c.keyword)
+        return c.text;
+    if (c.text.size() > 2 && c.text.front() == '<') {
+        size_t dash = c.text.find('-', 2);
+        return c.text.substr(1, dash == std::string::npos ? c.text.size() - 2 : dash - 1);
+    }
+    if (c.text == "X:X::X:X")
+        return "2001:db8::1";
+    if (c.text == "X:X::X:X/M")
+        return "2001:db8::/64";
+    if (c.text == "H.H.H")
+        return "0001.0203.0405";
+    if (c.text == "A.B.C.D")
+        return "10.0.0.1";
+    if (c.text == "PORTLIST")
+        return "0/1";
+    return "abc";
+}
+
+// Walks every command of every mode through the completion: each partial line that ends
+// after a word, and each first letter of a next keyword, is timed.
+int bench(const ndsh::Session &session)
+{
+    using clock = std::chrono::steady_clock;
+    constexpr size_t kMaxLines = 200000;
+    constexpr int kMaxDepth = 24;
+    size_t lines = 0, commands = 0, mismatched = 0;
+    double total = 0, worst = 0;
+    std::string worstLine;
+    auto timed = [&](ndplat::CliMode mode, const std::string &line) {
+        auto t0 = clock::now();
+        ndplat::Completion c = ndplat::complete_line(mode, line);
+        double us = std::chrono::duration<double, std::micro>(clock::now() - t0).count();
+        ++lines;
+        total += us;
+        if (us > worst) {
+            worst = us;
+            worstLine = line;
+        }
+        return c;
+    };
+    std::function<void(ndplat::CliMode, const std::string &, int)> walk = [&](ndplat::CliMode mode,
+                                                                             const std::string &line, int depth) {
+        if (lines >= kMaxLines || depth > kMaxDepth)
+            return;
+        ndplat::Completion c = timed(mode, line);
+        for (const ndplat::Candidate &cand : c.candidates) {
+            if (cand.cr) {
+                ++commands;
+                if (ndplat::match_line(mode, line).status != ndplat::MatchStatus::Ok)
+                    ++mismatched;
+                continue;
+            }
+            if (cand.keyword && cand.text.size() > 1)
+                timed(mode, line + cand.text.substr(0, 1));
+            walk(mode, line + sample(cand) + " ", depth + 1);
+        }
+    };
+    for (size_t m = 0; m < ndplat::kCliModeCount; ++m)
+        walk(static_cast<ndplat::CliMode>(m), "", 0);
+    printf("start-up to first prompt: %.2f ms (%zu command registrations merged)\n", session.startup_ms(),
+           ndplat::registered_commands());
+    printf("completion: %zu partial lines, mean %.1f us, max %.1f us (\"%s\")\n", lines, lines ? total / lines : 0.0,
+           worst, worstLine.c_str());
+    printf("complete commands reached: %zu, not accepted by the matcher: %zu\n", commands, mismatched);
+    return mismatched ? 1 : 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    ndsh::Options options;
+    options.plugin = NDSH_DEFAULT_PLUGIN;
+    if (argc > 1 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"))) {
+        fputs(kUsage, stdout);
+        return 0;
+    }
+    if (!parse(argc, argv, options)) {
+        fputs(kUsage, stderr);
+        return 2;
+    }
+
+    bool scripted = !options.commands.empty() || !options.file.empty() || options.benchStartup;
+    bool terminal = !scripted && isatty(0) && isatty(1);
+    ndsh::Output::instance().init(terminal, options.answerYes);
+    ndsh::Session &session = ndsh::Session::instance();
+    session.start(options);
+
+    int status = 0;
+    if (options.benchStartup) {
+        status = bench(session);
+    } else if (!options.commands.empty()) {
+        status = ndsh::run_lines(options.commands, options.echo);
+    } else if (!options.file.empty()) {
+        std::ifstream in(options.file);
+        if (!in) {
+            fprintf(stderr, "ndsh: cannot read %s\n", options.file.c_str());
+            return 2;
+        }
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        status = ndsh::run_lines(lines, options.echo);
+    } else if (terminal) {
+        status = ndsh::run_terminal();
+    } else {
+        for (std::string line; !session.finished() && std::getline(std::cin, line);)
+            if (ndsh::run_lines({line}, options.echo) != 0)
+                status = 1;
+    }
+    session.inventory().save();
+    fflush(stdout);
+    return status;
+}

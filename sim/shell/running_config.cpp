@@ -1,0 +1,158 @@
+// The running configuration: the shell's own lines (modes, VLANs, interfaces) and, inside each
+// section, what the script handlers registered with SHELL_ConfigScriptReg print for that
+// section's kind. Handlers of one kind run in the order of their section numbers.
+//
+// Section kinds (the mode value of the registration) and the handler arguments:
+//   1  global                      (fd, 0, 0, 0)
+//   2  each VLAN                   (fd, 0, VLAN id, 0)
+//   3  each VLAN interface         (fd, 0, 0, interface name)
+//   4  each other layer-3 interface: routed ports, loopbacks, the management interface
+//                                  (fd, 0, 0, interface name)
+//   5  each port and aggregation   (fd, 0, 0, port id)
+//   13 each VXLAN instance         (fd, 0, VXLAN id, 0)
+// Super VLANs have no registered kind; their section is written by ND_SuperVlanScriptHandler,
+// which the plug-in exports for the shell to call.
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "ndplat.h"
+#include "ndplat_ports.h"
+#include "ndsh.h"
+
+namespace ndsh {
+
+namespace {
+
+constexpr uint32_t kKindGlobal = 1;
+constexpr uint32_t kKindVlan = 2;
+constexpr uint32_t kKindVlanIf = 3;
+constexpr uint32_t kKindOtherIf = 4;
+constexpr uint32_t kKindPort = 5;
+constexpr uint32_t kKindVxlan = 13;
+
+constexpr uint32_t kShellEvent = 23;
+constexpr uint32_t kRunningConfigEnd = 8;
+constexpr uint32_t kNoSession = 0xFFFFFFFFu;
+
+using SuperVlanHandler = int32_t (*)(int32_t fd, uintptr_t superVlanId);
+
+uint32_t gNextSession = 1;
+
+class Writer {
+public:
+    Writer(int fd, bool paged) : fd_(fd), paged_(paged)
+    {
+        for (const ndplat::ScriptRegistration &r : ndplat::script_registrations())
+            if (r.fn)
+                scripts_.push_back(r);
+        std::stable_sort(scripts_.begin(), scripts_.end(),
+                         [](const auto &a, const auto &b) { return a.section < b.section; });
+    }
+
+    void line(const std::string &text) { dprintf(fd_, "\n%s", text.c_str()); }
+
+    void run(uint32_t kind, uintptr_t a3, uintptr_t a4)
+    {
+        for (const ndplat::ScriptRegistration &r : scripts_)
+            if (r.mode == kind)
+                r.fn(fd_, 0, a3, a4);
+    }
+
+    // One section: its header line (none for the global section), the handlers' lines, the closing "!". False once the
+    // operator has quit the pager.
+    template <typename Body> bool section(const std::string &header, Body body)
+    {
+        if (!header.empty())
+            line(header);
+        body();
+        line("!");
+        return !(paged_ && SHELL_MoreBreakOutput() != 0);
+    }
+
+    int fd() const { return fd_; }
+
+private:
+    int fd_;
+    bool paged_;
+    std::vector<ndplat::ScriptRegistration> scripts_;
+};
+
+void write_sections(Writer &w)
+{
+    Inventory &inv = Session::instance().inventory();
+    w.line("!");
+    if (!w.section("", [&] { w.run(kKindGlobal, 0, 0); }))
+        return;
+    for (int32_t vlan : inv.vlans)
+        if (!w.section("vlan " + std::to_string(vlan), [&] { w.run(kKindVlan, static_cast<uintptr_t>(vlan), 0); }))
+            return;
+    auto superVlan = reinterpret_cast<SuperVlanHandler>(
+        Session::instance().plugin() ? dlsym(Session::instance().plugin(), "ND_SuperVlanScriptHandler") : nullptr);
+    for (int32_t id : inv.superVlans)
+        if (!w.section("super-vlan " + std::to_string(id), [&] {
+                if (superVlan)
+                    superVlan(w.fd(), static_cast<uintptr_t>(id));
+            }))
+            return;
+    auto layer3 = [&](const std::string &header, const std::string &name, uint32_t kind) {
+        return w.section(header, [&] { w.run(kind, 0, reinterpret_cast<uintptr_t>(name.c_str())); });
+    };
+    for (int32_t n : inv.vlanIfs)
+        if (!layer3("interface vlan " + std::to_string(n), "vlan" + std::to_string(n), kKindVlanIf))
+            return;
+    for (int32_t n : inv.loopbacks)
+        if (!layer3("interface loopback " + std::to_string(n), "loopback" + std::to_string(n), kKindOtherIf))
+            return;
+    if (inv.mgmt && !layer3("interface mgmt 0", "mgmt0", kKindOtherIf))
+        return;
+    for (int32_t id : inv.ports) {
+        const ndplat::PortInfo *info = ndplat::port_find(id);
+        if (!info || info->aggregation)
+            continue;
+        std::string name = info->name;
+        std::string number = name.substr(std::string("gigabitethernet").size());
+        bool routed = inv.routedPorts.count(id) != 0;
+        if (!w.section("interface gigabitethernet " + number, [&] {
+                if (routed) {
+                    w.line(" no switchport");
+                    w.run(kKindOtherIf, 0, reinterpret_cast<uintptr_t>(name.c_str()));
+                }
+                w.run(kKindPort, 0, static_cast<uintptr_t>(id));
+            }))
+            return;
+    }
+    for (int32_t n : inv.aggregations) {
+        int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(n));
+        if (!id)
+            continue;
+        if (!w.section("interface link-aggregation " + std::to_string(n),
+                       [&] { w.run(kKindPort, 0, static_cast<uintptr_t>(id)); }))
+            return;
+    }
+    for (int32_t id : inv.vxlans)
+        if (!w.section("vxlan " + std::to_string(id), [&] { w.run(kKindVxlan, static_cast<uintptr_t>(id), 0); }))
+            return;
+    w.line("end\n");
+}
+
+} // namespace
+
+void running_config(int fd, bool paged)
+{
+    fflush(stdout);
+    uint32_t session = gNextSession++;
+    ndplat::running_cfg_session_set(session);
+    if (paged)
+        SHELL_MoreOrientOutput();
+    Writer writer(fd, paged);
+    write_sections(writer);
+    if (paged)
+        SHELL_MoreFormatOutput();
+    ndplat::running_cfg_session_set(kNoSession);
+    ndplat::notify_raise(kShellEvent, kRunningConfigEnd, 0, session);
+}
+
+} // namespace ndsh

@@ -1,0 +1,130 @@
+// The operator's side: libedit line editing with history, TAB completion and `?` help from
+// the merged command tree; and the non-interactive runs (-c, -f, a pipe).
+#include <histedit.h>
+
+#include <cstdio>
+
+#include "ndsh.h"
+
+namespace ndsh {
+
+namespace {
+
+const char *prompt_text(EditLine *)
+{
+    static std::string text;
+    text = Session::instance().prompt();
+    return text.c_str();
+}
+
+unsigned char on_help(EditLine *el, int)
+{
+    const LineInfo *li = el_line(el);
+    std::string partial(li->buffer, static_cast<size_t>(li->cursor - li->buffer));
+    Output::instance().write_terminal("?\n");
+    Session::instance().help(partial);
+    return CC_REDISPLAY;
+}
+
+unsigned char on_tab(EditLine *el, int)
+{
+    const LineInfo *li = el_line(el);
+    std::string partial(li->buffer, static_cast<size_t>(li->cursor - li->buffer));
+    ndplat::Completion c = Session::instance().complete(partial);
+    if (c.status != ndplat::MatchStatus::Ok)
+        return CC_REFRESH_BEEP;
+    size_t words = 0;
+    const ndplat::Candidate *only = nullptr;
+    for (const ndplat::Candidate &candidate : c.candidates)
+        if (!candidate.cr) {
+            ++words;
+            only = &candidate;
+        }
+    bool unique = words == 1 && only->keyword && only->text == c.common;
+    if (c.common.size() > c.prefix.size() || (unique && !c.prefix.empty())) {
+        std::string insert = c.common.substr(c.prefix.size());
+        if (unique)
+            insert += ' ';
+        el_insertstr(el, insert.c_str());
+        return CC_REFRESH;
+    }
+    if (!c.candidates.empty()) {
+        Output::instance().write_terminal("\n" + format_help(c));
+        return CC_REDISPLAY;
+    }
+    return CC_REFRESH_BEEP;
+}
+
+} // namespace
+
+std::string format_help(const ndplat::Completion &completion)
+{
+    size_t width = 0;
+    for (const ndplat::Candidate &c : completion.candidates)
+        width = std::max(width, c.text.size());
+    std::string text;
+    for (const ndplat::Candidate &c : completion.candidates) {
+        text += "  " + c.text;
+        if (!c.help.empty())
+            text += std::string(width - c.text.size() + 2, ' ') + c.help;
+        text += "\n";
+    }
+    return text;
+}
+
+int run_terminal()
+{
+    EditLine *el = el_init("ndsh", stdin, stdout, stderr);
+    History *hist = history_init();
+    HistEvent event;
+    history(hist, &event, H_SETSIZE, 1000);
+    el_set(el, EL_PROMPT, prompt_text);
+    el_set(el, EL_EDITOR, "emacs");
+    el_set(el, EL_HIST, history, hist);
+    el_set(el, EL_ADDFN, "ndsh-complete", "Complete the word", on_tab);
+    el_set(el, EL_ADDFN, "ndsh-help", "Show the possible words", on_help);
+    el_set(el, EL_BIND, "^I", "ndsh-complete", nullptr);
+    el_set(el, EL_BIND, "?", "ndsh-help", nullptr);
+
+    Session &session = Session::instance();
+    Output &out = Output::instance();
+    while (!session.finished()) {
+        out.newline_if_needed();
+        int count = 0;
+        const char *got = el_gets(el, &count);
+        if (!got) {
+            out.write_terminal("\n");
+            break;
+        }
+        out.at_line_start();
+        std::string line(got, static_cast<size_t>(count));
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+            line.pop_back();
+        if (line.find_first_not_of(' ') != std::string::npos)
+            history(hist, &event, H_ENTER, line.c_str());
+        session.execute(line);
+    }
+    history_end(hist);
+    el_end(el);
+    return 0;
+}
+
+int run_lines(const std::vector<std::string> &lines, bool echo)
+{
+    Session &session = Session::instance();
+    Output &out = Output::instance();
+    bool rejected = false;
+    for (const std::string &line : lines) {
+        if (echo) {
+            out.newline_if_needed();
+            out.write_terminal(session.prompt() + line + "\n");
+        }
+        if (!session.execute(line))
+            rejected = true;
+        if (session.finished())
+            break;
+    }
+    return rejected ? 1 : 0;
+}
+
+} // namespace ndsh
