@@ -1,6 +1,7 @@
 // The plug-in's entry: start-up registers everything through which the shell and the
 // platform later call in; after that the plug-in only reacts to those calls.
 #include "nd_cli_internal.h"
+#include "nd_cmd.h"
 
 namespace {
 
@@ -67,6 +68,12 @@ uint32_t dl_nd_cli_init(void)
     uint32_t result = ndCliRegService();
     if (result != ND_OK)
         return result;
+
+    ndCmdRegister();
+
+    // The debug hook stands between the sixth and the seventh script registration.
+    DEBUG_ModuleReg("ND", ndCliDebugCtrlProc);
+
     return ndCliEvtRegister();
 }
 

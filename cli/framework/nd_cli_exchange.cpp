@@ -26,8 +26,9 @@ struct RendererRow {
     void (*render)(const void *value, uint32_t length, RenderLocals &locals);
 };
 
-constexpr std::array<RendererRow, 0> kRenderers = {{
-}};
+constexpr RendererRow kRenderers[] = {
+    {14, [](const void *value, uint32_t, RenderLocals &) { ndCliShowDebugInfo(value); }},
+};
 
 // Closes the context on every path once it is open.
 class ContextGuard {

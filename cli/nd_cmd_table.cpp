@@ -1,0 +1,108 @@
+// The ND command table: every ND command that the plug-in offers the shell (the VXLAN
+// commands have a table of their own), one row per registration, in registration order.
+// A "no" row registers the same handler again with the negated command. The texts are the
+// operator's interface, help texts included, and are kept exactly as they are, with their
+// irregular spacing and spellings.
+#include "nd_cmd.h"
+
+namespace {
+
+constexpr uint32_t kCmdFlags = 0;
+
+// Where the nd-ps show commands may end; their modifier nodes are also accepted in STD mode.
+#define ND_PS_SHOW_END "_CR_(EN, 0, '')," ND_CLI_OUTPUT_MODIFIERS_IN("STD|EN")
+
+struct CmdRow {
+    SHELL_CMD_FN handler;
+    const char *definition;
+};
+
+constexpr CmdRow kNdCommands[] = {
+    // 1: nd proxy enable
+    {ndArgProcForProxyEnable,
+     "nd(IF|PORTIF,0,'Neighbor discovery'){proxy(IF|PORTIF,0,'Normal nd proxy'){enable(IF|PORTIF,0,'Normal nd proxy')}}"},
+    // 2: no nd proxy enable
+    {ndArgProcForProxyEnable,
+     "no(IF|PORTIF,0,'Negate a command or set its defaults'){nd(IF|PORTIF,0,'Neighbor discovery'){proxy(IF|PORTIF,0,'Normal nd proxy'){enable(IF|PORTIF,0,'Normal nd proxy')}}}"},
+    // 3: ipv6 nd proxy (hidden second spelling of 1)
+    {ndArgProcForProxyEnable,
+     "ipv6(IF|MIF|PORTIF,0,HIDE,''){nd(IF|MIF|PORTIF,0,HIDE,''){proxy(IF|MIF|PORTIF,0,HIDE,'Normal nd proxy')}}"},
+    // 4: no ipv6 nd proxy (hidden second spelling of 2)
+    {ndArgProcForProxyEnable,
+     "no(IF|MIF|PORTIF,0,HIDE,''){ipv6(IF|MIF|PORTIF,0,HIDE,''){nd(IF|MIF|PORTIF,0,HIDE,''){proxy(IF|MIF|PORTIF,0,HIDE,'Normal nd proxy')}}}"},
+    // 5: ipv6 nd proxy anyway enable
+    {ndArgProcForProxyAnywayEnable,
+     "ipv6(IF|PORTIF,0,'Command ipv6'){nd(IF|PORTIF,0,'Neighbor Discovery'){proxy(IF|PORTIF,0,'Normal nd proxy'){anyway(IF|PORTIF, 0, 'Nd proxy anyway on this interface'){enable(IF|PORTIF, 0, 'Enable nd proxy anyway')}}}}"},
+    // 6: no ipv6 nd proxy anyway enable
+    {ndArgProcForProxyAnywayEnable,
+     "no(IF|PORTIF,0,'Negate a command or set its defaults'){ipv6(IF|PORTIF,0,'Command ipv6'){nd(IF|PORTIF,0,'Neighbor Discovery'){proxy(IF|PORTIF,0,'Normal nd proxy'){anyway(IF|PORTIF, 0, 'Nd proxy anyway on this interface'){enable(IF|PORTIF, 0, 'Enable nd proxy anyway')}}}}}"},
+    // 7: nd local-proxy enable
+    {ndArgProcForLocProxyEnable,
+     "nd(SUPERVLAN,0,'Neighbor discovery'){local-proxy(SUPERVLAN,0,'Normal nd local proxy'){enable(SUPERVLAN,0,'Normal nd local proxy')}}"},
+    // 8: no nd local-proxy enable
+    {ndArgProcForLocProxyEnable,
+     "no(SUPERVLAN,0,'Negate a command or set its defaults'){nd(SUPERVLAN,0,'Neighbor discovery'){local-proxy(SUPERVLAN,0,'Normal nd local proxy'){enable(SUPERVLAN,0,'Normal nd local proxy')}}}"},
+    // 9: nd fast-response
+    {ndArgProcForFrEnable,
+     "nd(CONF,0,'Neighbor discovery'){fast-response(CONF,0,'Nd packet fast-response')}"},
+    // 10: no nd fast-response
+    {ndArgProcForFrEnable,
+     "no(CONF,0,'Negate a command or set its defaults'){nd(CONF,0,'Neighbor discovery'){fast-response(CONF,0,'Nd packet fast-response')}}"},
+    // 32: show nd proxy address
+    {ndShowProxyAddr,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){proxy(EN, 0, 'Nd proxy'){address(EN, 0, 'Ipv6 address')}}}"},
+    // 33: show nd fast-response statistics
+    {ndShowNdForwardPktStat,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){ fast-response(EN, 0, 'Nd packet fast-response'){statistics(EN, 0, 'Nd fast-response statistics')}}}"},
+    // 34: clear nd fast-response statistics
+    {ndShowNdForwardPktStat,
+     "clear(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){ fast-response(EN, 0, 'Nd packet fast-response'){statistics(EN, 0, 'Nd fast-response statistics')}}}"},
+    // 35: debug nd {config|event|forward|packet|serve|error|all}
+    {ndDebugSnooping,
+     "debug(EN, 0, ''){nd(EN, 0, 'Neighbor discovery debug'){config(EN, 0, 'Nd config debug'),event(EN, 0, 'Nd event debug'),forward(EN, 0, 'Nd forward debug'),packet(EN, 0, 'Nd packet debug'),serve(EN, 0, 'Nd serve debug'),error(EN, 0, 'Nd error debug'),all(EN, 0, 'Nd all debug')}}"},
+    // 36: no debug nd {config|event|forward|packet|serve|error|all}
+    {ndDebugSnooping,
+     "no(CONF, 0, ''){debug(EN, 0, ''){nd(EN, 0, 'Neighbor discovery debug'){config(EN, 0, 'Nd config debug'),event(EN, 0, 'Nd event debug'),forward(EN, 0, 'Nd forward debug'),packet(EN, 0, 'Nd packet debug'),serve(EN, 0, 'Nd show debug'),error(EN, 0, 'Nd error debug'),all(EN, 0, 'Nd all debug')}}}"},
+    // 37: show nd-ps publisher [statistics]; show nd-ps subscriber {all-modules|<word>} [statisitcs]
+    {nd_MposPublishRegShowCmd,
+     "show(EN, 0, ''){nd-ps(EN, 0, HIDE, 'Nd publish and subscribe'){"
+         "publisher(EN, 0, 'Nd publisher'){"
+             "statistics(EN, 0, 'Publisher statistics'){" ND_PS_SHOW_END "},"
+             ND_PS_SHOW_END "},"
+         "subscriber(EN, 0, 'Nd subscriber'){"
+             "all-modules(EN, 0, 'All subscriber modules'){"
+                 "statisitcs(EN, 0, 'Subscriber statistics'){" ND_PS_SHOW_END "},"
+                 ND_PS_SHOW_END "},"
+             "_WORD_(EN, 0, 'Subscriber module name'){"
+                 "statisitcs(EN, 0, 'Subscriber statistics'){" ND_PS_SHOW_END "},"
+                 ND_PS_SHOW_END "}}}}"},
+    // 38: clear nd-ps publisher statistics; clear nd-ps subscriber {all-modules|<word>} statisitcs
+    {nd_MposPublishRegClearCmd,
+     "clear(EN, 0, ''){nd-ps(EN, 0, HIDE, 'Nd publish and subscribe'){publisher(EN, 0, 'Nd publisher'){statistics(EN, 0, 'Publisher statistics')},subscriber(EN, 0, 'Nd subscriber'){all-modules(EN, 0, 'All subscriber modules'){statisitcs(EN, 0, 'Subscriber statistics')},_WORD_(EN, 0, 'Subscriber module name'){statisitcs(EN, 0, 'Subscriber statistics')}}}}"},
+    // 39: debug nd-ps publisher; debug nd-ps subscriber {all-modules|<word>}
+    {nd_MposPublishRegDebugCmd,
+     "debug(EN, 0, ''){nd-ps(EN, 0, HIDE, 'Nd publish and subscribe debug'){publisher(EN, 0, 'Nd publisher debug'),subscriber(EN, 0, 'Nd subscriber debug'){all-modules(EN, 0, 'All subscriber modules'),_WORD_(EN, 0, 'Subscriber module name')}}}"},
+    // 40: no debug nd-ps publisher; no debug nd-ps subscriber {all-modules|<word>}
+    {nd_MposPublishRegDebugCmd,
+     "no(EN, 0, ''){debug(EN, 0, ''){nd-ps(EN, 0, HIDE, 'Nd publish and subscribe debug'){publisher(EN, 0, 'Nd publisher debug'),subscriber(EN, 0, 'Nd subscriber debug'){all-modules(EN, 0, 'All subscriber modules'),_WORD_(EN, 0, 'Subscriber module name')}}}}"},
+    // 44: show nd mlag {pts-list|cache-list|statistic}
+    {nd_MlagShowCmd,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){mlag(EN, 0, HIDE, ' '){pts-list(EN, 0, ' '),cache-list(EN, 0, ' '),statistic(EN,0,' ')}}}"},
+    // 45: debug nd mlag [ipv6 <address>]
+    {nd_MlagDebugCmd,
+     "debug(EN, 0, ''){nd(EN, 0, 'Neighbor discovery debug'){mlag(EN, 0, HIDE, ' '){ipv6(EN, 0, ' '){_IPV6ADDR_(EN, 0, ' ')},_CR_(EN, 0, ' ')}}}"},
+    // 46: no debug nd mlag
+    {nd_MlagDebugCmd,
+     "no(EN, 0, ''){debug(EN, 0, ''){nd(EN, 0, 'Neighbor discovery debug'){mlag(EN, 0, HIDE, ' ')}}}"},
+};
+
+#undef ND_PS_SHOW_END
+
+} // namespace
+
+extern "C" void ndCmdRegister(void)
+{
+    // A registration the shell refuses does not stop the others.
+    for (const CmdRow &row : kNdCommands)
+        SHELL_CmdRegByModule(kCmdFlags, ND_CLI_MODULE_ID, row.handler, row.definition);
+}
