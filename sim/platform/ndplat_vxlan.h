@@ -7,6 +7,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace ndplat {
@@ -51,6 +52,14 @@ std::vector<RemoteNbrRecord> nd_remote_nbrs();         // in key order
 size_t nd_suppression_host_count();
 size_t nd_remote_nbr_count();
 void nd_vxlan_tables_clear();
+
+// ---- files (__UMV2L_fopen, __UMV2L_unlink) -------------------------------------------------
+// The directory that stands for "/" of the switch's file system; empty (the default and after
+// a reset): the host's own. Lets tests and the service give each process a file system of its
+// own, so that fixed names such as "/tmp/.nd_diagnose" do not collide.
+void files_root_set(const std::string &root);
+// Where the switch's absolute path lies on the host.
+std::string file_path(const char *path);
 
 } // namespace ndplat
 
