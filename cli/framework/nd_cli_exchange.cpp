@@ -27,7 +27,13 @@ struct RendererRow {
 };
 
 constexpr RendererRow kRenderers[] = {
+    {9, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowSnpStInfo(value, length); }},
+    {12, [](const void *value, uint32_t length, RenderLocals &locals) {
+         ndCliShowUbInfo(value, length, &locals.rows, &locals.titleShown);
+     }},
     {14, [](const void *value, uint32_t, RenderLocals &) { ndCliShowDebugInfo(value); }},
+    {16, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowFwdStInfo(value, length); }},
+    {18, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowProxyAddr(value, length); }},
 };
 
 // Closes the context on every path once it is open.
