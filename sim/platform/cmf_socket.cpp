@@ -258,6 +258,7 @@ public:
     uint32_t send(void *connection, const CmfRequest &request, uint32_t timeout) override
     {
         Connection &c = *static_cast<Connection *>(connection);
+        nd_library_flush();
         if (c.fd < 0) {
             c.fd = connectTo(path_);
             c.unreachable = c.fd < 0;

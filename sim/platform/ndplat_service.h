@@ -85,6 +85,16 @@ bool service_stop(const std::string &stateDir, bool hard = false);
 // The path of the ndsvc executable that service_start runs.
 std::string service_executable();
 
+// ---- ND library records to the service ---------------------------------------------------------
+// The emulated ND library of the shell's process (ND_AddSuppressionHost and its kin) hands every
+// record to the attached service through these; without an attached service they do nothing.
+// Records travel in batches, in the order given, on a connection of their own.
+void nd_library_forward(size_t recordSize, bool add, const void *records, uint32_t count);
+// Waits until the queued test-injection jobs have run and every record handed over so far has
+// reached the service. The transport calls it before each request, so that a command sees
+// the effect of the injection commands typed before it.
+void nd_library_flush();
+
 // ---- server side ---------------------------------------------------------------------------
 // Per-connection state of the server, handed to the request handler.
 struct ServiceConnection {

@@ -3,6 +3,8 @@
 // own and waits until it does.
 #include <cerrno>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +21,7 @@
 #include <unistd.h>
 
 #include "ndplat_service.h"
+#include "ndplat_vxlan.h"
 
 #ifndef NDSIM_NDSVC_PATH
 #define NDSIM_NDSVC_PATH "ndsvc"
@@ -143,7 +146,127 @@ bool processGone(pid_t pid)
     return kill(pid, 0) != 0 && errno == ESRCH;
 }
 
+// ---- records of the ND library on their way to the service -------------------------------------
+
+// Request codes and item type that the service reads the injected records from.
+constexpr uint32_t kInjectSuppressionAdd = 1000;
+constexpr uint32_t kInjectRemoteNbrAdd = 1002;
+constexpr uint32_t kInjectItem = 1;
+constexpr size_t kSuppressionRecord = 52;
+constexpr size_t kRemoteNbrRecord = 64;
+constexpr size_t kBatchBytes = 1u << 20;
+
+struct Batch {
+    uint32_t code;
+    std::vector<uint8_t> bytes;
+};
+
+struct Forwarder {
+    std::mutex mutex;
+    std::condition_variable work, idle;
+    std::string socketPath; // empty: not attached
+    std::deque<Batch> queue;
+    bool sending = false;
+    bool workerStarted = false;
+    int fd = -1; // the worker's connection
+};
+
+Forwarder &forwarder()
+{
+    static Forwarder f;
+    return f;
+}
+
+bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
+{
+    if (f.fd < 0) {
+        sockaddr_un addr{};
+        addr.sun_family = AF_UNIX;
+        if (path.size() >= sizeof addr.sun_path)
+            return false;
+        memcpy(addr.sun_path, path.c_str(), path.size() + 1);
+        f.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        if (f.fd < 0 || connect(f.fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
+            if (f.fd >= 0)
+                close(f.fd);
+            f.fd = -1;
+            return false;
+        }
+    }
+    CmfRequest request;
+    request.service = "ipv6";
+    request.hasObject = true;
+    request.cmdCode = batch.code;
+    request.itemCount = 1;
+    request.items.push_back(CmfItem::of(kInjectItem, batch.bytes.data(), static_cast<uint32_t>(batch.bytes.size())));
+    std::vector<uint8_t> answer;
+    CmfResponse response;
+    bool good = frame_write(f.fd, wire_encode_request(request), 30000) == FrameResult::ok &&
+                frame_read(f.fd, answer, 30000) == FrameResult::ok &&
+                wire_decode_response(answer.data(), answer.size(), response);
+    if (!good) {
+        close(f.fd);
+        f.fd = -1;
+    }
+    return good;
+}
+
+void forwardWorker()
+{
+    Forwarder &f = forwarder();
+    std::unique_lock<std::mutex> lock(f.mutex);
+    for (;;) {
+        f.work.wait(lock, [&] { return !f.queue.empty(); });
+        Batch batch = std::move(f.queue.front());
+        f.queue.pop_front();
+        std::string path = f.socketPath;
+        f.sending = true;
+        lock.unlock();
+        // Records for a service that is not there are dropped, as the ND library of a switch
+        // without its service would.
+        if (!path.empty())
+            sendBatch(f, path, batch);
+        lock.lock();
+        f.sending = false;
+        if (f.queue.empty())
+            f.idle.notify_all();
+    }
+}
+
 } // namespace
+
+void nd_library_forward(size_t recordSize, bool add, const void *records, uint32_t count)
+{
+    if (!records || count == 0 || (recordSize != kSuppressionRecord && recordSize != kRemoteNbrRecord))
+        return;
+    Forwarder &f = forwarder();
+    std::lock_guard<std::mutex> hold(f.mutex);
+    if (f.socketPath.empty())
+        return;
+    uint32_t code = (recordSize == kSuppressionRecord ? kInjectSuppressionAdd : kInjectRemoteNbrAdd) + (add ? 0 : 1);
+    const uint8_t *p = static_cast<const uint8_t *>(records);
+    if (f.queue.empty() || f.queue.back().code != code || f.queue.back().bytes.size() >= kBatchBytes)
+        f.queue.push_back(Batch{code, {}});
+    f.queue.back().bytes.insert(f.queue.back().bytes.end(), p, p + recordSize * count);
+    if (!f.workerStarted) {
+        f.workerStarted = true;
+        std::thread(forwardWorker).detach();
+    }
+    f.work.notify_one();
+}
+
+void nd_library_flush()
+{
+    Forwarder &f = forwarder();
+    {
+        std::lock_guard<std::mutex> hold(f.mutex);
+        if (f.socketPath.empty())
+            return;
+    }
+    vxlan_work_drain();
+    std::unique_lock<std::mutex> lock(f.mutex);
+    f.idle.wait_for(lock, std::chrono::seconds(60), [&] { return f.queue.empty() && !f.sending; });
+}
 
 std::string service_executable()
 {
@@ -250,10 +373,16 @@ void service_attach(const std::string &stateDirIn)
     }
     cmf_transport_set(socket_transport(service_socket_path(stateDir)));
     dcm_control_set(&kControl);
+    std::lock_guard<std::mutex> hold(forwarder().mutex);
+    forwarder().socketPath = service_socket_path(stateDir);
 }
 
 void service_detach()
 {
+    {
+        std::lock_guard<std::mutex> hold(forwarder().mutex);
+        forwarder().socketPath.clear();
+    }
     cmf_transport_set(nullptr);
     dcm_control_set(nullptr);
 }

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "ndplat.h"
+#include "ndplat_service.h"
 #include "ndplat_vxlan.h"
 
 namespace {
@@ -161,6 +162,7 @@ int32_t tableUpdate(Table &table, KeyFn keyOf, size_t size, void *records, uint3
 {
     if (!records)
         return kFailure;
+    ndplat::nd_library_forward(size, add, records, count);
     const uint8_t *p = static_cast<const uint8_t *>(records);
     uint32_t done = 0;
     VxlanState &s = vxlanState();
