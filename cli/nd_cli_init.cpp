@@ -14,6 +14,32 @@ constexpr uint32_t kShellEvent = 23;
 constexpr uint32_t kShellRunningConfigEnd = 8; // SHELL_NOTIFY_SHW_RCONFIG_END
 constexpr const char *kEventClient = "ND_CLI";
 
+// The display whose end the shell signals cached the per-VLAN snooping records (value type 6).
+constexpr uint32_t kCachedValueType = 6;
+
+// Running-configuration handlers of the ND module, registered before the debug hook.
+constexpr const char *kNdScriptModule = "NDP";
+struct NdScriptRegistration {
+    SHELL_SCRIPT_FN handler;
+    uint32_t section;
+    uint32_t mode;
+    uint32_t flags;
+};
+constexpr NdScriptRegistration kNdScripts[] = {
+    {ndGobleEnableScriptHandler, 27, 1, 32},
+    {ndGobleScriptHandler, 321, 1, 32},
+    {ndIfScriptHandler, 83, 3, 16},
+    {ndIfScriptHandler, 60, 4, 16},
+    {ndPortIfScriptHandler, 93, 5, 16},
+};
+// The VLAN handler follows the debug hook.
+constexpr NdScriptRegistration kNdVlanScript = {ndVlanIfScriptHandler, 8, 2, 16};
+
+void ndScriptRegister(const NdScriptRegistration &r)
+{
+    SHELL_ConfigScriptReg(kNdScriptModule, r.handler, r.section, r.mode, r.flags);
+}
+
 } // namespace
 
 extern "C" {
@@ -57,9 +83,9 @@ uint32_t ndCliEvtRegister(void)
 int32_t ndCliEvtShellCb(uint32_t event, uint32_t subevent, uint32_t arg3, uint32_t arg4)
 {
     (void)arg3;
-    (void)arg4;
     if (event != kShellEvent || subevent != kShellRunningConfigEnd)
         return 0;
+    nd_CliDbmSessFree(arg4, kCachedValueType);
     return 0;
 }
 
@@ -71,8 +97,12 @@ uint32_t dl_nd_cli_init(void)
 
     ndCmdRegister();
 
+    for (const NdScriptRegistration &r : kNdScripts)
+        ndScriptRegister(r);
+
     // The debug hook stands between the sixth and the seventh script registration.
     DEBUG_ModuleReg("ND", ndCliDebugCtrlProc);
+    ndScriptRegister(kNdVlanScript);
 
     return ndCliEvtRegister();
 }
