@@ -4,6 +4,7 @@
 // operator's interface, help texts included, and are kept exactly as they are, with their
 // irregular spacing and spellings.
 #include "nd_cmd.h"
+#include "nd_snooping.h"
 
 namespace {
 
@@ -48,6 +49,69 @@ constexpr CmdRow kNdCommands[] = {
     // 10: no nd fast-response
     {ndArgProcForFrEnable,
      "no(CONF,0,'Negate a command or set its defaults'){nd(CONF,0,'Neighbor discovery'){fast-response(CONF,0,'Nd packet fast-response')}}"},
+    // 11: nd snooping enable (global)
+    {ndArgProcForGlbSnpEnable,
+     "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){enable(CONF, 0, 'Configure nd snooping switch')}}"},
+    // 12: no nd snooping enable (global)
+    {ndArgProcForGlbSnpEnable,
+     "no(CONF, 0, 'Negate a command or set its defaults'){nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){enable(CONF, 0, 'Configure nd snooping switch')}}}"},
+    // 13: nd snooping ns-check-loose
+    {ndArgProcForSnpLooseEnable,
+     "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){ns-check-loose(CONF, 0, 'Configure nd snooping ns-check-loose')}}"},
+    // 14: no nd snooping ns-check-loose
+    {ndArgProcForSnpLooseEnable,
+     "no(CONF, 0, 'Negate a command or set its defaults'){nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){ns-check-loose(CONF, 0, 'Configure nd snooping ns-check-loose')}}}"},
+    // 15: nd snooping enable (VLAN)
+    {ndArgProcForVlanSnpEnable,
+     "nd(VLAN, 0, 'Neighbor discovery'){snooping(VLAN, 0, 'Configure nd snooping'){enable(VLAN, 0, 'Configure nd snooping switch')}}"},
+    // 16: no nd snooping enable (VLAN)
+    {ndArgProcForVlanSnpEnable,
+     "no(VLAN, 0, 'Negate a command or set its defaults'){nd(VLAN, 0, 'Neighbor discovery'){snooping(VLAN, 0, 'Configure nd snooping'){enable(VLAN, 0, 'Configure nd snooping switch')}}}"},
+    // 17: nd snooping trust
+    {ndArgProcForSnptrust,
+     "nd(PORT|LINK_AGGREGATION, 0, 'Neighbor discovery'){snooping(PORT|LINK_AGGREGATION, 0, 'Configure nd snooping'){trust(PORT|LINK_AGGREGATION, 0, 'Port trusted')}}"},
+    // 18: no nd snooping trust
+    {ndArgProcForSnptrust,
+     "no(PORT|LINK_AGGREGATION, 0, 'Negate a command or set its defaults'){nd(PORT|LINK_AGGREGATION, 0, 'Neighbor discovery'){snooping(PORT|LINK_AGGREGATION, 0, 'Configure nd snooping'){trust(PORT|LINK_AGGREGATION, 0, 'Port trusted')}}}"},
+    // 19: nd snooping user-bind static <address> <mac> vlan <id> interface {<list>|<aggregation>}
+    {ndArgProcForSnpStUb,
+     "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){user-bind(CONF, 0, 'Snooping user-bind'){static(CONF, 0, 'Snooping static user-bind'){_IPV6ADDR_(CONF, 0, 'IPv6 address'){_MACAddress_(CONF, 0, '48-bit hardware address'){vlan(CONF, 0, 'Vlan'){_1_4094_(CONF, 0, 'Vlan id'){interface(CONF, 0, 'Interface list'){_CONFPORTLIST_(CONF, 0, 'Interface name'),_CONFPORTAGGNUM_(CONF, 0, 'link-aggregation')}}}}}}}}}"},
+    // 20: no nd snooping user-bind static [<address>]
+    {ndArgProcForSnpStUb,
+     "no(CONF, 0, 'Negate a command or set its defaults'){nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){user-bind(CONF, 0, 'Snooping user-bind'){static(CONF, 0, 'Snooping static user-bind'){_IPV6ADDR_(CONF, 0, 'IPv6 address'),_CR_(CONF, 0, '')}}}}}"},
+    // 21: nd snooping detect retransmit <1-32> interval <3-3600>
+    {ndArgProcForSnpdetect,
+     "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){detect(CONF, 0, 'Snooping dynamic user-bind detect'){retransmit(CONF, 0, 'Detect retransmit'){_1_32_(CONF, 0, 'Detect retransmit times(unit:times)'){interval(CONF, 0, 'Detect interval'){_3_3600_(CONF, 0, 'Detect interval time(unit:seconds)')}}}}}}"},
+    // 22: no nd snooping detect
+    {ndArgProcForSnpdetect,
+     "no(CONF, 0, 'Negate a command or set its defaults'){nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){detect(CONF, 0, 'Snooping dynamic user-bind detect')}}}"},
+    // 23: nd snooping attack-log enable
+    {ndCliSnpAttackLogEnable,
+     "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){attack-log(CONF, 0, 'Snooping attack log'){enable(CONF, 0, 'Attack log enable')}}}"},
+    // 24: no nd snooping attack-log enable
+    {ndCliSnpAttackLogEnable,
+     "no(CONF, 0, 'Negate a command or set its defaults'){nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){attack-log(CONF, 0, 'Snooping attack log'){enable(CONF, 0, 'Attack log enable')}}}}"},
+    // 25: show nd snooping user-bind {static|dynamic|dynamic-mpu}
+    {ndShowNdSnoopingUserBind,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){user-bind(EN, 0, 'Snooping user-bind'){static(EN, 0, 'Snooping static user-bind'){" ND_CLI_SHOW_END "},dynamic(EN, 0, 'Snooping dynamic user-bind'){" ND_CLI_SHOW_END "},dynamic-mpu(EN, 0, HIDE, 'Snooping dynamic user-bind of mpu'){" ND_CLI_SHOW_END "}}}}}"},
+    // 26: show nd snooping user-bind <address>
+    {ndShowNdSnoopingUserBindAddr,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){user-bind(EN, 0, 'Snooping user-bind'){_IPV6ADDR_(EN, 0, 'IPv6 address')}}}}"},
+    // 27: show nd snooping prefix
+    {ndShowNdSnoopingPrefix,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){prefix(EN, 0, 'Snooping prefix'){" ND_CLI_SHOW_END "}}}}"},
+    // 28: clear nd snooping prefix [<prefix>]
+    {ndCliOptNdSnoopingPrefix,
+     "clear(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){prefix(EN, 0, 'Snooping prefix'){_IPV6PREFIX_(EN, 0, 'IPv6 prefix x:x::y/<z>'),_CR_(EN, 0, '')}}}}"},
+    // 29: show nd snooping statistics
+    {ndShowNdSnoopingStat,
+     "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){statistics(EN, 0, 'Snooping statistics'){" ND_CLI_SHOW_END "}}}}"},
+    // 30: clear nd snooping dynamic-user-bind
+    {ndClearNdSnoopingDyUbUserBind,
+     "clear(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){dynamic-user-bind(EN, 0, 'Snooping dynamic user-bind')}}}"},
+    // 31: clear nd snooping statistics
+    {ndClearNdSnoopingStat,
+     "clear(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){snooping(EN, 0, 'Nd snooping'){statistics(EN, 0, 'Snooping statistics')}}}"},
     // 32: show nd proxy address
     {ndShowProxyAddr,
      "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){proxy(EN, 0, 'Nd proxy'){address(EN, 0, 'Ipv6 address')}}}"},
