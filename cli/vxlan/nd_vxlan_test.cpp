@@ -84,8 +84,10 @@ int32_t runTestCommand(const TestRecordLayout &layout, const TestJobs &jobs, int
     enet_addr(param[w++], record + layout.offMac);
     int32_t count = atoi(param[w]);
 
+    // Addresses are in network order: the low word is counted as a big-endian number.
     uint32_t lowWord;
     memcpy(&lowWord, record + layout.offAddress + kLowWordOffset, sizeof lowWord);
+    lowWord = ntohl(lowWord);
     GNL_WT_JOB_FN job = remove ? jobs.del : jobs.add;
     for (int32_t i = 0; i < count; ++i) {
         // A copy that cannot be allocated is skipped rather than used.
@@ -93,7 +95,7 @@ int32_t runTestCommand(const TestRecordLayout &layout, const TestJobs &jobs, int
         if (!copy)
             continue;
         memcpy(copy, record, layout.size);
-        uint32_t entryWord = lowWord + static_cast<uint32_t>(i); // wraps within the low word
+        uint32_t entryWord = htonl(lowWord + static_cast<uint32_t>(i)); // wraps within the low word
         memcpy(copy + layout.offAddress + kLowWordOffset, &entryWord, sizeof entryWord);
         // A job the task refuses never runs, so its record is released here.
         if (gnl_wt_add_event_job(nsm_vxlan_interaction_mgmt_get_handle(), kJobPriority, job, copy) != 0)
