@@ -5,7 +5,6 @@
 #include "payload.h"
 #include "render/nd_render.h"
 #include "test_support.h"
-#include "alloc_control.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #include <sanitizer/lsan_interface.h>
@@ -262,12 +261,11 @@ TEST(StatRenderAllocation, LaterAllocationFailingLeavesCollectedNodesAndPrintsNo
             __lsan::ScopedDisabler keepLeak;
 #endif
             ndtest::Stdout out;
-            ndtest::fail_allocation_after(2);
+            ndplat::fault_inject("__UMV2L_malloc", 0, 1, 2); // the third allocation fails
             if (fwd)
                 ndCliShowFwdStInfo(p.data(), p.size());
             else
                 ndCliShowSnpStInfo(p.data(), p.size());
-            ndtest::fail_allocation_after(-1);
             text = out.take();
         }
         EXPECT_EQ(text, "");
