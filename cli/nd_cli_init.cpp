@@ -2,6 +2,7 @@
 // platform later call in; after that the plug-in only reacts to those calls.
 #include "nd_cli_internal.h"
 #include "nd_cmd.h"
+#include "vxlan/nd_cli_vxlan.h"
 
 namespace {
 
@@ -96,9 +97,12 @@ uint32_t dl_nd_cli_init(void)
         return result;
 
     ndCmdRegister();
+    nd_CliVxlanCmdRegister();
+    nd_CliVxlanDebugCmdReg();
 
     for (const NdScriptRegistration &r : kNdScripts)
         ndScriptRegister(r);
+    SHELL_ConfigScriptReg("PROTOCOL_ND", nd_CliVxlanScriptHandler, 1, 13, 16);
 
     // The debug hook stands between the sixth and the seventh script registration.
     DEBUG_ModuleReg("ND", ndCliDebugCtrlProc);

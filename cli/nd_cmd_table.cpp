@@ -5,6 +5,7 @@
 // irregular spacing and spellings.
 #include "nd_cmd.h"
 #include "nd_snooping.h"
+#include "diagnose/nd_cli_diagnose.h"
 
 namespace {
 
@@ -149,6 +150,12 @@ constexpr CmdRow kNdCommands[] = {
     // 40: no debug nd-ps publisher; no debug nd-ps subscriber {all-modules|<word>}
     {nd_MposPublishRegDebugCmd,
      "no(EN, 0, ''){debug(EN, 0, ''){nd-ps(EN, 0, HIDE, 'Nd publish and subscribe debug'){publisher(EN, 0, 'Nd publisher debug'),subscriber(EN, 0, 'Nd subscriber debug'){all-modules(EN, 0, 'All subscriber modules'),_WORD_(EN, 0, 'Subscriber module name')}}}}"},
+    // 41: show diagnose nd {vxlan [<id> [host|mac]], global acl, stat, interface neighbor, local-dbm}
+    {ndCliDiagnoseShow, ND_CLI_DIAGNOSE_SHOW_DEF},
+    // 42: clear diagnose nd stat
+    {ndCliDiagnoseClear, ND_CLI_DIAGNOSE_CLEAR_DEF},
+    // 43: show diagnose nd vxlan [<id>] issu host
+    {ndCliDiagnoseIssuShow, ND_CLI_DIAGNOSE_ISSU_DEF},
     // 44: show nd mlag {pts-list|cache-list|statistic}
     {nd_MlagShowCmd,
      "show(EN, 0, ''){nd(EN, 0, 'Neighbor discovery'){mlag(EN, 0, HIDE, ' '){pts-list(EN, 0, ' '),cache-list(EN, 0, ' '),statistic(EN,0,' ')}}}"},
