@@ -37,7 +37,10 @@ std::vector<std::string> split_commands(const std::string &text)
     size_t start = 0;
     for (;;) {
         size_t semi = text.find(';', start);
-        out.push_back(text.substr(start, semi == std::string::npos ? std::string::npos : semi - start));
+        std::string command = text.substr(start, semi == std::string::npos ? std::string::npos : semi - start);
+        size_t first = command.find_first_not_of(" \t");
+        size_t last = command.find_last_not_of(" \t");
+        out.push_back(first == std::string::npos ? "" : command.substr(first, last - first + 1));
         if (semi == std::string::npos)
             break;
         start = semi + 1;

@@ -150,8 +150,8 @@ public:
     bool execute(const std::string &line);
     // The candidates for `?` and TAB, with "do" handled as the shell handles it.
     ndplat::Completion complete(std::string_view partial) const;
-    // Prints the `?` help of a partial line.
-    void help(std::string_view partial) const;
+    // Prints the `?` help of a partial line; false when the words typed so far are wrong.
+    bool help(std::string_view partial) const;
 
     bool finished() const { return finished_; }
     void finish() { finished_ = true; }

@@ -374,15 +374,16 @@ ndplat::Completion Session::complete(std::string_view partial) const
     return c;
 }
 
-void Session::help(std::string_view partial) const
+bool Session::help(std::string_view partial) const
 {
     ndplat::Completion c = complete(partial);
     if (c.status != ndplat::MatchStatus::Ok) {
         std::string text = std::string(prompt().size() + c.column, ' ') + "^\n" + ndplat::match_message(c.status) + "\n";
         Output::instance().write_terminal(text);
-        return;
+        return false;
     }
     Output::instance().write_terminal(format_help(c));
+    return true;
 }
 
 bool Session::execute(const std::string &raw)
@@ -395,8 +396,7 @@ bool Session::execute(const std::string &raw)
         partial = partial.substr(0, partial.rfind('?'));
         if (!Output::instance().interactive() && !options_.echo)
             Output::instance().write_terminal(prompt() + partial + "?\n");
-        help(partial);
-        return true;
+        return help(partial);
     }
 
     size_t offset = do_offset(line, context_.mode);

@@ -1,0 +1,64 @@
+// Drives the built ndsh for the shell's tests: as a subprocess with its options, standard
+// input and output, and on a pseudo-terminal for the interactive parts.
+#ifndef NDSH_SUPPORT_H
+#define NDSH_SUPPORT_H
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace ndshtest {
+
+// A fresh state directory, removed at the end.
+class StateDir {
+public:
+    StateDir();
+    ~StateDir();
+    const std::string &path() const { return path_; }
+    std::string file(const std::string &relative) const { return path_ + "/" + relative; }
+
+private:
+    std::string path_;
+};
+
+struct Result {
+    int status = -1; // exit status
+    std::string out, err;
+};
+
+// Runs ndsh with these arguments in the state directory, feeding `input` on standard input.
+Result ndsh(const StateDir &state, const std::vector<std::string> &args, const std::string &input = "",
+         const std::vector<std::string> &env = {});
+
+// The usual arguments: the probe plug-in, no ND service.
+std::vector<std::string> probe_args(std::vector<std::string> more = {});
+
+std::string read_file(const std::string &path);
+void write_file(const std::string &path, const std::string &text);
+size_t count(const std::string &text, const std::string &what);
+
+// ndsh interactive on a pseudo-terminal of `rows` lines.
+class Pty {
+public:
+    Pty(const StateDir &state, const std::vector<std::string> &args, int rows = 24, int cols = 100);
+    ~Pty();
+    // Reads until `text` appears in what came since the last expect; false after the timeout.
+    bool expect(const std::string &text, int timeoutMs = 5000);
+    void send(const std::string &keys);
+    // Everything read so far, and what came since the last expect matched.
+    const std::string &all() const { return all_; }
+    std::string since_mark() const { return all_.substr(mark_); }
+    int wait_exit(int timeoutMs = 5000); // exit status, -1 on timeout
+    void drain(int ms);                  // reads whatever arrives within ms
+
+private:
+    pid_t pid_ = -1;
+    int fd_ = -1;
+    std::string all_;
+    size_t mark_ = 0;
+};
+
+} // namespace ndshtest
+
+#endif

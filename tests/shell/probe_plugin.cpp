@@ -1,0 +1,152 @@
+// A plug-in for the shell's tests, loaded by ndsh with --plugin exactly as libnd-cli.so is:
+// dlopen, then the entry through the data symbol dl_cli_init. Its commands, script handlers,
+// debug hook and event callback print what the shell handed them, so that the tests can see
+// argument vectors, environment values, handler arguments, session ids and pager answers.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "nd_platform.h"
+
+namespace {
+
+constexpr const char *kAllModes = "EN|CONF|IF|PORTIF|MIF|VLAN|SUPERVLAN|PORT|LINK_AGGREGATION|VXLAN";
+
+int32_t probe(int32_t argc, char **argv)
+{
+    printf("\nargv:");
+    for (int32_t i = 0; i < argc; ++i)
+        printf(" [%s]", argv[i]);
+    if (argv[argc] != nullptr)
+        printf(" (argv not terminated)");
+    const char *name = SHELL_GetEnv(1);
+    printf("\nif=%s vlan=%d supervlan=%d vxlan=%d", name ? name : "(none)", mpsh_get_int_env(53),
+           mpsh_get_int_env(136), mpsh_get_int_env(164));
+    void *map = mpsh_get_env(19);
+    if (!map) {
+        printf(" ports=(none)");
+    } else {
+        int32_t id = 0;
+        char portName[100] = {0};
+        portmap2PortID(map, g_max_pbmp_bytes, &id, portName);
+        char formatted[100] = {0};
+        portID2FmtString(id, formatted);
+        printf(" ports=%d:%s", id, formatted);
+    }
+    printf(" interactive=%d", mpsh_in_interaceive_mode());
+    return 0;
+}
+
+// Prints "line 1" ... "line N" as a paged listing does; reports on standard error where the
+// pager made it stop.
+int32_t lines(int32_t argc, char **argv)
+{
+    int n = argc > 1 ? atoi(argv[1]) : 0;
+    SHELL_MoreOrientOutput();
+    int i = 1;
+    for (; i <= n; ++i) {
+        printf("\nline %d", i);
+        if (SHELL_MoreBreakOutput() != 0)
+            break;
+    }
+    fprintf(stderr, "lines: %s at %d\n", i <= n ? "quit" : "done", i <= n ? i : n);
+    return SHELL_MoreFormatOutput();
+}
+
+int32_t ask(int32_t, char **)
+{
+    int32_t answer = GetConsoleRsp("\nSure(Yes|No)?");
+    printf("\nanswer %d", answer);
+    return 0;
+}
+
+int32_t script_global_late(int32_t fd, uintptr_t, uintptr_t, uintptr_t)
+{
+    return dprintf(fd, "\nprobe global 50");
+}
+
+int32_t script_global_early(int32_t fd, uintptr_t a2, uintptr_t a3, uintptr_t a4)
+{
+    return dprintf(fd, "\nprobe global 10 args %lu %lu %lu session %u", static_cast<unsigned long>(a2),
+                   static_cast<unsigned long>(a3), static_cast<unsigned long>(a4), SHELL_GetRunningCfgProcSessionId());
+}
+
+int32_t script_vlan(int32_t fd, uintptr_t a2, uintptr_t vlan, uintptr_t a4)
+{
+    return dprintf(fd, "\n probe vlan %lu (%lu %lu) session %u", static_cast<unsigned long>(vlan),
+                   static_cast<unsigned long>(a2), static_cast<unsigned long>(a4), SHELL_GetRunningCfgProcSessionId());
+}
+
+int32_t script_vlan_if(int32_t fd, uintptr_t, uintptr_t, uintptr_t name)
+{
+    return dprintf(fd, "\n probe kind 3 %s", reinterpret_cast<const char *>(name));
+}
+
+int32_t script_other_if(int32_t fd, uintptr_t, uintptr_t, uintptr_t name)
+{
+    return dprintf(fd, "\n probe kind 4 %s", reinterpret_cast<const char *>(name));
+}
+
+int32_t script_port(int32_t fd, uintptr_t, uintptr_t, uintptr_t port)
+{
+    char name[100] = {0};
+    portID2FmtString(static_cast<int32_t>(port), name);
+    return dprintf(fd, "\n probe port %lu %s", static_cast<unsigned long>(port), name);
+}
+
+int32_t script_vxlan(int32_t fd, uintptr_t, uintptr_t vxlan, uintptr_t)
+{
+    return dprintf(fd, "\n probe vxlan %lu", static_cast<unsigned long>(vxlan));
+}
+
+void debug_hook(uint32_t code)
+{
+    printf("\nprobe debug code %u", code);
+}
+
+int32_t end_of_display(uint32_t event, uint32_t subevent, uint32_t arg3, uint32_t arg4)
+{
+    fprintf(stderr, "event %u %u %u %u, session now %u\n", event, subevent, arg3, arg4,
+            SHELL_GetRunningCfgProcSessionId());
+    return 0;
+}
+
+uint32_t probe_init()
+{
+    char def[512];
+    snprintf(def, sizeof def, "probe(%s,0,'Print what a handler sees'){_CR_(%s,0,''),_LINE_(%s,0,'Any words')}",
+             kAllModes, kAllModes, kAllModes);
+    SHELL_CmdRegByModule(0, 1, probe, def);
+    SHELL_CmdRegByModule(0, 1, lines,
+                         "lines(EN,0,'Print numbered lines'){_1_100000_(EN,0,'How many lines'){_CR_(EN,0,''),"
+                         "|(EN,0,'Output modifiers'){begin(EN,0,'Begin with the line that matches'){_LINE_(EN,0,"
+                         "'Regular Expression')},include(EN,0,'Include lines that match'){context(EN,0,'Include "
+                         "two line before and after the match line'){_LINE_(EN,0,'Regular Expression')},_LINE_(EN,"
+                         "0,'Regular Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
+                         "Expression')},redirect(EN,0,'Redirect output to other resource'){file(EN,0,'Output to "
+                         "file'){_WORD_(EN,0,'Destination file name')}}}}}");
+    SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
+    SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
+    SHELL_ConfigScriptReg("PROBE", script_global_late, 50, 1, 32);
+    SHELL_ConfigScriptReg("PROBE", script_global_early, 10, 1, 32);
+    SHELL_ConfigScriptReg("PROBE", script_vlan, 8, 2, 16);
+    SHELL_ConfigScriptReg("PROBE", script_vlan_if, 83, 3, 16);
+    SHELL_ConfigScriptReg("PROBE", script_other_if, 60, 4, 16);
+    SHELL_ConfigScriptReg("PROBE", script_port, 93, 5, 16);
+    SHELL_ConfigScriptReg("PROBE", script_vxlan, 1, 13, 16);
+    DEBUG_ModuleReg("PROBE", debug_hook);
+    notifyRegister(23, 8, "PROBE", 2, 1, end_of_display, 0);
+    const char *result = getenv("PROBE_INIT_RESULT");
+    return result ? static_cast<uint32_t>(atoi(result)) : 0;
+}
+
+} // namespace
+
+extern "C" {
+extern uint32_t (*dl_cli_init)(void);
+uint32_t (*dl_cli_init)(void) = probe_init;
+extern const char *const gNdErrorStr[50];
+const char *const gNdErrorStr[50] = {
+    "", "probe error one", "", "", "", "", "", "", "", "", "", "", "", "", "", "", "",
+    "System is busy, Other operation is processing."};
+}
