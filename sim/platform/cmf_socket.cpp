@@ -420,11 +420,14 @@ FrameResult frame_write(int fd, const std::vector<uint8_t> &body, int timeoutMs)
         return FrameResult::oversize;
     bool bounded = timeoutMs >= 0;
     Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(bounded ? timeoutMs : 0);
-    std::vector<uint8_t> frame(4 + body.size());
+    // Built by appending: GCC 12 at -O2 misreads a sized copy into a fresh vector as an overflow.
     uint32_t length = static_cast<uint32_t>(body.size());
-    memcpy(frame.data(), &length, 4);
-    if (!body.empty())
-        memcpy(frame.data() + 4, body.data(), body.size());
+    uint8_t prefix[4];
+    memcpy(prefix, &length, sizeof prefix);
+    std::vector<uint8_t> frame;
+    frame.reserve(sizeof prefix + body.size());
+    frame.insert(frame.end(), prefix, prefix + sizeof prefix);
+    frame.insert(frame.end(), body.begin(), body.end());
     return writeAll(fd, frame.data(), frame.size(), deadline, bounded);
 }
 
