@@ -494,7 +494,8 @@ void mergeList(TNode &parent, const std::vector<DefNode> &list, bool hiddenAbove
             if (!info.present)
                 info.help = d.help;
             info.present = true;
-            if (!hidden && !info.visible) {
+            // '' means no help: a later visible registration may supply one.
+            if (!hidden && (!info.visible || (info.help.empty() && !d.help.empty()))) {
                 info.visible = true;
                 info.help = d.help;
             }

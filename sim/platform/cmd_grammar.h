@@ -30,7 +30,8 @@
 // Modes: a node is accepted in the modes it names. When several registrations share a path
 // (the same keyword or the same parameter token at the same place), the node is shared and is
 // accepted in the union of their modes; its help in a mode is the help of the first
-// registration that offers it visibly in that mode; it is hidden in a mode only when every
+// registration that offers it visibly in that mode (or of the first that gives a non-empty
+// help where that one gave ''); it is hidden in a mode only when every
 // registration that puts it there hides it (HIDE also hides everything below). A path that
 // ends somewhere binds that registration's handler to the modes of its end node (or of its
 // _CR_ node); the first registration to bind a path in a mode keeps it.

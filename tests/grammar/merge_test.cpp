@@ -109,6 +109,16 @@ TEST(GrammarMerge, VisibleRegistrationGivesTheHelp)
     EXPECT_EQ(tree.match(CliMode::EN, "a b").fn, h1);
 }
 
+TEST(GrammarMerge, EmptyHelpIsFilledByALaterRegistration)
+{
+    CommandTree tree;
+    ASSERT_TRUE(tree.add("show(EN, 0, ''){a(EN,0,'')}", h1).ok);
+    EXPECT_EQ(texts(tree.complete(CliMode::EN, "")), (std::vector<std::string>{"show="}));
+    ASSERT_TRUE(tree.add("show(EN, 0, 'Show running system information') {b(EN,0,'')}", h2).ok);
+    ASSERT_TRUE(tree.add("show(EN, 0, 'Other') {c(EN,0,'')}", h3).ok);
+    EXPECT_EQ(texts(tree.complete(CliMode::EN, "")), (std::vector<std::string>{"show=Show running system information"}));
+}
+
 TEST(GrammarMerge, CommandThatEndsInsideAnother)
 {
     CommandTree tree;
