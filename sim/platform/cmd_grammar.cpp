@@ -42,7 +42,8 @@ constexpr std::array<NamedToken, 11> kNamedTokens = {{
 
 constexpr int64_t kAggNumMax = 128;
 
-bool isBlank(char c) { return c == ' ' || c == '\t'; }
+// Blanks separate words of a typed line and may stand around separators of a definition.
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
 
 bool isHex(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
 
@@ -801,9 +802,10 @@ Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
         node = choice.node;
         i += choice.words - 1;
         if (node->token.kind == TokenKind::Line) {
-            // Everything after LINE belongs to it; only the end of the command is left.
+            // Everything after LINE belongs to it, a word being typed too; only the end of the
+            // command is left.
             const ModeInfo &info = node->modes[mode];
-            if (!partial && info.ends && info.endVisible)
+            if (info.ends && info.endVisible)
                 r.candidates.push_back(Candidate{"<cr>", info.crHelp, false, true});
             return r;
         }

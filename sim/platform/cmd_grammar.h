@@ -10,7 +10,7 @@
 //            _A_B_ (integer range, inclusive), _IPV6ADDR_, _IPV6PREFIX_, _MACAddress_,
 //            _CONFPORTLIST_, _CONFPORTAGGNUM_, _WORD_, _LINE_, _PASSWORD_, _STRING_,
 //            _ipAddress_, and _CR_ (the command may end at the parent node).
-// Blanks are accepted around every separator. Children in one list are alternatives; a path
+// Blanks (space, tab, and line-ending characters) are accepted around every separator. Children in one list are alternatives; a path
 // ends at a node without children or at a node that has a _CR_ child.
 //
 // Accepted forms of the parameter tokens:
@@ -145,7 +145,7 @@ struct Candidate {
 
 // Candidates for the word being typed at the end of a partial line. When the line ends in a
 // blank (or is empty) every next word is offered; otherwise the last word is a prefix and only
-// the candidates it can start are offered. Order: keywords alphabetically, then parameters in
+// the candidates it can start are offered ("<cr>" only after a blank, or inside a LINE). Order: keywords alphabetically, then parameters in
 // registration order, then "<cr>". Hidden nodes are never offered.
 struct Completion {
     MatchStatus status = MatchStatus::Ok; // Unknown / Ambiguous: the words before the last do not match

@@ -160,6 +160,11 @@ TEST_F(Completer, OutputModifiers)
               (Pairs{{"PASSWORD", "User password"}}));
     EXPECT_EQ(offered(CliMode::EN, "show nd fast-response statistics | begin abc "), (Pairs{{"<cr>", ""}}));
     EXPECT_EQ(offered(CliMode::EN, "show nd fast-response statistics | begin a b c "), (Pairs{{"<cr>", ""}}));
+    // A word being typed inside LINE is part of it.
+    EXPECT_EQ(offered(CliMode::EN, "show nd fast-response statistics | begin a b"), (Pairs{{"<cr>", ""}}));
+    EXPECT_EQ(offered(CliMode::EN, "show nd fast-response statistics | begin ab"), (Pairs{{"LINE", "Regular Expression"}}));
+    EXPECT_EQ(offered(CliMode::EN, "show nd fast-response statistics | include co"),
+              (Pairs{{"context", "Include two line before and after the match line"}, {"LINE", "Regular Expression"}}));
 }
 
 TEST_F(Completer, CommonPrefixForTab)

@@ -58,6 +58,7 @@ TEST_F(Matcher, FullWordsAndAbbreviations)
     expectOk(CliMode::CONF, "n f", h1, {"nd", "fast-response"});
     expectOk(CliMode::CONF, "  nd \t fast  ", h1, {"nd", "fast-response"});
     expectOk(CliMode::CONF, "ND FAST-Res", h1, {"nd", "fast-response"});
+    expectOk(CliMode::CONF, "nd fast-response\r\n", h1, {"nd", "fast-response"});
     expectOk(CliMode::CONF, "nd sn det re 3 in 10", h2, {"nd", "snooping", "detect", "retransmit", "3", "interval", "10"});
     expectOk(CliMode::CONF, "nd s e", h3, {"nd", "snooping", "enable"});
 }
