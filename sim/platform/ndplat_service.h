@@ -77,8 +77,9 @@ CmfTransport *socket_transport(const std::string &socketPath);
 
 // Service control of the attached state directory.
 bool service_running(const std::string &stateDir); // something accepts on the socket
-// Starts ndsvc (path: $NDSIM_NDSVC, else the built one) for stateDir with extra arguments and
-// waits until it accepts requests. Returns its process id, or -1.
+// Starts ndsvc (path: $NDSIM_NDSVC, else the built one) for stateDir with extra arguments (and
+// the blank-separated words of $NDSIM_NDSVC_ARGS) and waits until it accepts requests. Returns
+// its process id, or -1.
 long service_start(const std::string &stateDir, const std::vector<std::string> &extraArgs = {});
 // Stops the ndsvc of stateDir (by its pid file): SIGTERM, or SIGKILL when hard; waits for it.
 bool service_stop(const std::string &stateDir, bool hard = false);

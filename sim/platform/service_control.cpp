@@ -173,8 +173,9 @@ struct Forwarder {
 
 Forwarder &forwarder()
 {
-    static Forwarder f;
-    return f;
+    // Never destroyed: its worker thread waits on it until the process ends.
+    static Forwarder *f = new Forwarder;
+    return *f;
 }
 
 bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
@@ -298,6 +299,21 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
     // Everything the child needs is prepared before fork: after it, only exec-safe calls.
     std::vector<std::string> args{exe, "--state", stateDir};
     args.insert(args.end(), extraArgs.begin(), extraArgs.end());
+    // Further arguments for every start (a seed file, test switches), blank-separated.
+    if (const char *more = getenv("NDSIM_NDSVC_ARGS")) {
+        std::string word;
+        for (const char *c = more;; ++c) {
+            if (*c == ' ' || *c == '\0') {
+                if (!word.empty())
+                    args.push_back(word);
+                word.clear();
+                if (*c == '\0')
+                    break;
+            } else {
+                word += *c;
+            }
+        }
+    }
     std::vector<char *> argv;
     for (std::string &a : args)
         argv.push_back(a.data());

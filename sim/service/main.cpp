@@ -1,7 +1,11 @@
 // ndsvc: the ND service process ("ipv6") of the emulated switch. It answers the plug-in's
 // requests on the Unix-domain socket of the state directory until it is told to stop.
 //
-//   ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N]
+//   ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]
+//
+// --die-after N makes the process end abruptly, without an answer, when the Nth request arrives
+// (tests of a service that dies in the middle of a listing).
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -31,7 +35,7 @@ void onSignal(int)
 
 int usage()
 {
-    fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N]\n");
+    fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n");
     return 2;
 }
 
@@ -44,6 +48,7 @@ int main(int argc, char **argv)
     const char *pluginEnv = getenv("NDSIM_PLUGIN");
     std::string plugin = pluginEnv && *pluginEnv ? pluginEnv : ND_CLI_SO_PATH;
     uint32_t delayMs = 0;
+    unsigned long dieAfter = 0;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
@@ -55,6 +60,8 @@ int main(int argc, char **argv)
             plugin = argv[++i];
         else if (arg == "--config-delay-ms" && hasValue)
             delayMs = static_cast<uint32_t>(strtoul(argv[++i], nullptr, 10));
+        else if (arg == "--die-after" && hasValue)
+            dieAfter = strtoul(argv[++i], nullptr, 10);
         else
             return usage();
     }
@@ -87,7 +94,10 @@ int main(int argc, char **argv)
     sigaction(SIGINT, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    server.serve([&service](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
+    std::atomic<unsigned long> requests{0};
+    server.serve([&service, &requests, dieAfter](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
+        if (dieAfter && ++requests >= dieAfter)
+            _exit(3);
         ndplat::CmfResponse response = service.handle(request);
         // The platform's call trace is a test aid; a long-running service keeps none of it.
         ndplat::trace_clear();

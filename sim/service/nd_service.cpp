@@ -1263,17 +1263,19 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
     std::string text;
     auto vxlanSummary = [&](uint32_t id) {
         VxlanSettings s = readVxlan(ec, id);
-        size_t hosts = 0, suppressed = 0;
+        size_t hosts = 0, suppressed = 0, remote = 0;
         for (const auto &entry : hosts_)
             hosts += entry.first.first == id;
         for (const auto &entry : suppression_)
             suppressed += entry.first.first == id;
+        for (const auto &entry : remoteNbrs_)
+            remote += entry.first.second.first == id;
         text += format("vxlan %u\n  suppression: %s\n  missmatch discard: %s\n  unicast forward: %s\n"
                        "  host advertise: %s\n  host limit: %u\n  host timeout: %u\n  local hosts: %zu\n"
-                       "  suppression hosts: %zu\n",
+                       "  suppression hosts: %zu\n  remote neighbours: %zu\n",
                        id, (s.flags & kVxFlagSuppression) ? "on" : "off", (s.flags & kVxFlagMissDiscard) ? "on" : "off",
                        (s.flags & kVxFlagUnicast) ? "on" : "off", (s.flags & kVxFlagAdvertise) ? "on" : "off", s.limit,
-                       s.timeout, hosts, suppressed);
+                       s.timeout, hosts, suppressed, remote);
     };
     if (kind == 1 || kind == 2 || (kind == 0 && hasValue && value != 0)) {
         if (kind == 0) {
