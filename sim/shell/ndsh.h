@@ -120,7 +120,12 @@ struct Inventory {
 
     void clear();
     void load();
-    void save() const;
+    // Writes the inventory back when it changed since it was loaded or saved.
+    void save();
+
+private:
+    std::string saved_; // the inventory as last loaded or saved
+    std::string text() const;
 };
 
 // The mode the operator is in and the object it configures.

@@ -158,10 +158,26 @@ void Inventory::load()
         DBM_Proc(h, type, collect_record, sets[type]);
     mgmt = !mgmtSet.empty();
     DBM_Close(h);
+    saved_ = text();
 }
 
-void Inventory::save() const
+std::string Inventory::text() const
 {
+    std::string t;
+    const std::set<int32_t> *sets[] = {&vlans, &superVlans, &vxlans, &vlanIfs, &loopbacks, &ports, &routedPorts, &aggregations};
+    for (const std::set<int32_t> *set : sets) {
+        for (int32_t n : *set)
+            t += std::to_string(n) + ",";
+        t += ";";
+    }
+    return t + (mgmt ? "mgmt" : "");
+}
+
+void Inventory::save()
+{
+    if (text() == saved_)
+        return;
+    saved_ = text();
     QuietTrace quiet;
     DBM_HANDLE h = nullptr;
     if (DBM_Open(kInventoryDb, 1, kDbmParams, 0, 0, &h) != 0)
