@@ -246,6 +246,23 @@ TEST_F(CmdLanguageTest, MlagCommandsAreAcceptedButHidden)
     EXPECT_TRUE(has(offered(CliMode::EN, "debug nd "), "config"));
 }
 
+TEST_F(CmdLanguageTest, SameWordsInTwoModesReachTwoHandlers)
+{
+    std::vector<ndplat::CmdRegistration> regs = ndplat::cmd_registrations();
+    if (!ndtest::tableShape(regs).withSnooping)
+        GTEST_SKIP() << "the snooping rows are not in the table";
+    // Rows 11/12 (global configuration) and 15/16 (VLAN) share their words.
+    SHELL_CMD_FN global = ndtest::row(regs, 11)->fn;
+    SHELL_CMD_FN vlan = ndtest::row(regs, 15)->fn;
+    EXPECT_NE(global, vlan);
+    EXPECT_EQ(ndtest::row(regs, 12)->fn, global);
+    EXPECT_EQ(ndtest::row(regs, 16)->fn, vlan);
+    expectCommand("nd snooping enable", {CliMode::CONF}, global, {"nd", "snooping", "enable"});
+    expectCommand("nd snooping enable", {CliMode::VLAN}, vlan, {"nd", "snooping", "enable"});
+    expectCommand("no nd snooping enable", {CliMode::CONF}, global, {"no", "nd", "snooping", "enable"});
+    expectCommand("no nd snooping enable", {CliMode::VLAN}, vlan, {"no", "nd", "snooping", "enable"});
+}
+
 TEST_F(CmdLanguageTest, CommandsOutsideTheirModesAreRefused)
 {
     EXPECT_NE(ndplat::match_line(CliMode::CONF, "show nd proxy address").status, MatchStatus::Ok);

@@ -69,6 +69,9 @@ protected:
 TEST_F(LoadedTableTest, StartRegistersTheNdTableFirst)
 {
     start();
+    ndtest::TableShape shape = ndtest::tableShape(regs_);
+    EXPECT_TRUE(shape.withSnooping);
+    EXPECT_TRUE(shape.withDiagnose);
     for (const ndtest::QuotedRow &q : ndtest::quotedRows()) {
         const CmdRegistration *r = ndtest::row(regs_, q.number);
         ASSERT_NE(r, nullptr);

@@ -56,13 +56,19 @@ protected:
     std::vector<CmdRegistration> regs_;
 };
 
-TEST_F(CmdTableTest, TheTableHasItsRowsAndNoOthers)
+TEST_F(CmdTableTest, TheTableHasFortySixRows)
 {
     ndtest::TableShape shape = ndtest::tableShape(regs_);
     ASSERT_TRUE(shape.ok) << regs_.size() << " registrations";
-    size_t expected = ndtest::ownRows().size() + (shape.withSnooping ? ndtest::kSnoopingRows : 0) +
-                      (shape.withDiagnose ? ndtest::kDiagnoseRows : 0);
-    EXPECT_EQ(regs_.size(), expected);
+    EXPECT_TRUE(shape.withSnooping);
+    EXPECT_TRUE(shape.withDiagnose);
+    EXPECT_EQ(regs_.size(), 46u);
+}
+
+TEST_F(CmdTableTest, FixedSnoopingDetectDefinition)
+{
+    EXPECT_EQ(def(21),
+              "nd(CONF, 0, 'Neighbor discovery'){snooping(CONF, 0, 'Configure nd snooping'){detect(CONF, 0, 'Snooping dynamic user-bind detect'){retransmit(CONF, 0, 'Detect retransmit'){_1_32_(CONF, 0, 'Detect retransmit times(unit:times)'){interval(CONF, 0, 'Detect interval'){_3_3600_(CONF, 0, 'Detect interval time(unit:seconds)')}}}}}}");
 }
 
 TEST_F(CmdTableTest, RowsStandInOrderWithTheirHandlers)
