@@ -148,6 +148,11 @@ void Inventory::load()
 {
     QuietTrace quiet;
     clear();
+    saved_ = text();
+    // A first start has no inventory yet; opening would create the database file for nothing.
+    if (ndplat::dbm_storage() == ndplat::DbmStorage::Sqlite &&
+        access((ndplat::dbm_state_dir() + "/" + kInventoryDb + ".db").c_str(), F_OK) != 0)
+        return;
     DBM_HANDLE h = nullptr;
     if (DBM_Open(kInventoryDb, 1, kDbmParams, 0, 0, &h) != 0)
         return;
