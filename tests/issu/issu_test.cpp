@@ -64,6 +64,10 @@ protected:
         nd_DbmLibIssuClose();
     }
 
+public:
+    std::string list(const std::vector<std::string> &words) { return show(words); }
+
+protected:
     std::string show(const std::vector<std::string> &words)
     {
         ndtest::Stdout out;
@@ -244,14 +248,31 @@ TEST_F(IssuTest, IterateCallbackChecksItsArguments)
     EXPECT_EQ(count, 1);
 }
 
+// Insert, save to flash, walk back and list with a filter, on one storage of the database.
+void roundTrip(IssuTest &test, ndplat::DbmStorage storage, const char *dir);
+
 TEST_F(IssuTest, RoundTripOnSqliteWithSaveToFlash)
 {
     if (!ndplat::dbm_storage_available(ndplat::DbmStorage::Sqlite))
         GTEST_SKIP() << "SQLite storage is not built in";
     char dir[] = "/tmp/nd-issu-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
-    ndplat::dbm_state_dir_set(dir);
-    ASSERT_TRUE(ndplat::dbm_storage_set(ndplat::DbmStorage::Sqlite));
+    roundTrip(*this, ndplat::DbmStorage::Sqlite, dir);
+    EXPECT_TRUE(std::filesystem::exists(std::string(dir) + "/ec_nd_host_issu.db"));
+    ndplat::reset(); // back to the memory storage before the directory goes
+    std::filesystem::remove_all(dir);
+}
+
+TEST_F(IssuTest, RoundTripInMemoryWithSaveToFlash)
+{
+    roundTrip(*this, ndplat::DbmStorage::Memory, nullptr);
+}
+
+void roundTrip(IssuTest &test, ndplat::DbmStorage storage, const char *dir)
+{
+    if (dir)
+        ndplat::dbm_state_dir_set(dir);
+    ASSERT_TRUE(ndplat::dbm_storage_set(storage));
 
     std::vector<std::vector<uint8_t>> entries;
     for (uint32_t i = 1; i <= 50; ++i) {
@@ -264,7 +285,6 @@ TEST_F(IssuTest, RoundTripOnSqliteWithSaveToFlash)
         ASSERT_EQ(nd_DbmLibIssuEntryInsert(e.data()), 0);
     ASSERT_EQ(nd_DbmLibSaveIssu(nullptr, 0, 0, 0), 0);
     nd_DbmLibIssuClose();
-    EXPECT_TRUE(std::filesystem::exists(std::string(dir) + "/ec_nd_host_issu.db"));
 
     const std::string key = "nd_issu_entry_2_2001:db8::1";
     auto saved = ndplat::dbm_saved_value("/flash", "ec_nd_host_issu", key.data(), static_cast<uint16_t>(key.size()));
@@ -288,7 +308,7 @@ TEST_F(IssuTest, RoundTripOnSqliteWithSaveToFlash)
     std::sort(sorted.begin(), sorted.end());
     EXPECT_EQ(seen.all, sorted);
 
-    std::string text = show(showIndex("2"));
+    std::string text = test.list(showIndex("2"));
     size_t expected = 0;
     for (const auto &e : entries) {
         uint32_t index;
@@ -297,9 +317,6 @@ TEST_F(IssuTest, RoundTripOnSqliteWithSaveToFlash)
     }
     EXPECT_EQ(text.substr(text.rfind("\nTotal")), "\nTotal issu host entry: " + std::to_string(expected));
     EXPECT_NE(text.find(listing(entries[0], "2001:db8::1")), std::string::npos);
-
-    ndplat::reset(); // back to the memory storage before the directory goes
-    std::filesystem::remove_all(dir);
 }
 
 class IssuCommandTest : public ndtest::PlatformTest {};
