@@ -174,6 +174,7 @@ public:
     bool replay(const std::string &path);
     std::string startup_config_path() const;
     std::string state_dir() const { return stateDir_; }
+    bool replaying() const { return replaying_; }
 
     double startup_ms() const { return startupMs_; }
 

@@ -766,6 +766,10 @@ int32_t cmd_write(int32_t, char **)
 
 int32_t cmd_reload(int32_t, char **)
 {
+    if (S().replaying()) {
+        refuse("\n% reload is not available inside a configuration.");
+        return 0;
+    }
     say("\nReloading...");
     fflush(stdout);
     S().inventory().clear();

@@ -1,6 +1,7 @@
 // The operator's side: libedit line editing with history, TAB completion and `?` help from
 // the merged command tree; and the non-interactive runs (-c, -f, a pipe).
 #include <histedit.h>
+#include <signal.h>
 
 #include <cstdio>
 
@@ -74,6 +75,8 @@ std::string format_help(const ndplat::Completion &completion)
 
 int run_terminal()
 {
+    // ^C must not end the switch's shell; the operator leaves with exit or ^D.
+    signal(SIGINT, SIG_IGN);
     EditLine *el = el_init("ndsh", stdin, stdout, stderr);
     History *hist = history_init();
     HistEvent event;

@@ -83,6 +83,15 @@ TEST(NdshCommandLine, UniqueAbbreviationsReachTheHandlerWithFullWords)
                      "interface vlan 12\n");
 }
 
+TEST(NdshCommandLine, ThePlugInsCommandsAcceptAbbreviations)
+{
+    StateDir state;
+    Result r = ndsh(state, {"--no-service", "--trace", "-c", "sh nd sn st"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+    EXPECT_NE(r.err.find("CMF_ClientRequestSend("), std::string::npos) << r.err;
+}
+
 TEST(NdshCommandLine, AnAmbiguousAbbreviationIsRefusedWithACaret)
 {
     StateDir state;

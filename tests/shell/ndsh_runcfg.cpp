@@ -167,13 +167,14 @@ TEST(NdshRunningConfig, TheFirstStartOfAFreshStateDirectoryReplaysTheStartupConf
 {
     StateDir state;
     std::filesystem::create_directories(state.file("flash"));
-    write_file(state.file("flash/startup-config"), "!\nask\nvxlan 4\n probe\n bogus\nend\n");
+    write_file(state.file("flash/startup-config"), "!\nask\nvxlan 4\n probe\n bogus\ndo reload\nend\nvlan 2\n");
     Result first = ndsh(state, probe_args({"--no", "-c", "ask"}));
     EXPECT_EQ(first.out, "\nSure(Yes|No)?\nanswer 1\n"
                          "\nargv: [probe]\nif=(none) vlan=0 supervlan=0 vxlan=4 ports=(none) interactive=0\n"
                          "switch(config-vxlan4)#bogus\n"
                          "                      ^\n"
                          "% Unknown command.\n"
+                         "\n% reload is not available inside a configuration.\n"
                          "\nSure(Yes|No)?\nanswer 0\n");
     Result second = ndsh(state, probe_args({"-c", "probe"}));
     EXPECT_EQ(second.out, "\nargv: [probe]\nif=(none) vlan=0 supervlan=0 vxlan=0 ports=(none) interactive=1\n");
