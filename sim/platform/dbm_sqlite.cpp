@@ -135,8 +135,12 @@ public:
         sqlite3_busy_timeout(db_, kBusyTimeoutMs);
         if (readOnly)
             return true;
-        return execRetry(db_, "PRAGMA journal_mode=WAL") && execRetry(db_, "PRAGMA synchronous=NORMAL") &&
-               execRetry(db_, kSchema);
+        if (!execRetry(db_, "PRAGMA synchronous=NORMAL"))
+            return false;
+        // WAL mode and the schema are properties of the file: set once, by whoever creates it.
+        if (statement(kRecordOf))
+            return true;
+        return execRetry(db_, "PRAGMA journal_mode=WAL") && execRetry(db_, kSchema);
     }
 
     bool keys(uint32_t valueType, std::vector<Bytes> &out) override
@@ -153,11 +157,15 @@ public:
 
     int32_t length(const Bytes &key) override
     {
+        RecordInfo info;
+        int found = record(key, info);
+        if (found <= 0 || info.entrySize == 0)
+            return found <= 0 ? found : static_cast<int32_t>(info.value.size());
+        // A list: its record and its entries from one snapshot.
         Transaction read(db_, false);
         if (!read)
             return -1;
-        RecordInfo info;
-        int found = record(key, info);
+        found = record(key, info);
         if (found <= 0)
             return found;
         if (info.entrySize == 0)
@@ -182,9 +190,6 @@ public:
     // when there are as many); 1 found, 0 absent, -1 failure.
     int whole(const Bytes &key, Bytes &value, size_t limit = SIZE_MAX)
     {
-        Transaction read(db_, false);
-        if (!read)
-            return -1;
         RecordInfo info;
         int found = record(key, info);
         if (found <= 0)
@@ -192,6 +197,14 @@ public:
         value = info.value;
         if (info.entrySize == 0)
             return 1;
+        // A list: its record and its entries from one snapshot.
+        Transaction read(db_, false);
+        if (!read || (found = record(key, info)) <= 0)
+            return read ? found : -1;
+        if (info.entrySize == 0) {
+            value = info.value;
+            return 1;
+        }
         Use s(this, kListEntries);
         if (!s)
             return -1;
