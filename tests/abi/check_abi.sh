@@ -39,7 +39,7 @@ exports=$(grep '^ND_CLI_EXPORT' "$include/nd_cli.h" \
 # SYSTEM_SCRIPT_CHS and its neighbours are declared on one line each; nothing else is listed.
 imports=$(grep -E '^[A-Za-z_].*\(' "$include/nd_platform.h" | grep -v '^typedef' \
   | sed -e 's/(.*//' | awk '{ print $NF }' | tr -d '*' | sort -u)
-imports="$imports g_max_pbmp_bytes"
+imports=$(printf '%s\ng_max_pbmp_bytes\n' "$imports")
 
 defined=$("$nm" -D --defined-only "$lib" | awk '{ print $3 }' | sed 's/@.*//' | sort -u)
 for name in $exports; do
