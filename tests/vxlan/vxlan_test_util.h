@@ -20,8 +20,8 @@ inline std::vector<uint8_t> record(const char *host, const char *tunnel, int32_t
                                    uint32_t portIndex, const uint8_t (&mac)[6])
 {
     std::vector<uint8_t> r(124, 0);
-    strncpy(reinterpret_cast<char *>(r.data()), host, 47);
-    strncpy(reinterpret_cast<char *>(r.data() + 48), tunnel, 47);
+    memcpy(r.data(), host, std::min<size_t>(strlen(host), 47));
+    memcpy(r.data() + 48, tunnel, std::min<size_t>(strlen(tunnel), 47));
     memcpy(r.data() + 96, &vxlanId, 4);
     memcpy(r.data() + 100, &tunnelId, 4);
     memcpy(r.data() + 104, &portIndex, 4);
