@@ -18,28 +18,25 @@ constexpr const char *kEventClient = "ND_CLI";
 // The display whose end the shell signals cached the per-VLAN snooping records (value type 6).
 constexpr uint32_t kCachedValueType = 6;
 
-// Running-configuration handlers of the ND module, registered before the debug hook.
-constexpr const char *kNdScriptModule = "NDP";
-struct NdScriptRegistration {
+// Running-configuration handlers, in the order the shell requires.
+struct ScriptRegistration {
+    const char *module;
     SHELL_SCRIPT_FN handler;
     uint32_t section;
     uint32_t mode;
     uint32_t flags;
 };
-constexpr NdScriptRegistration kNdScripts[] = {
-    {ndGobleEnableScriptHandler, 27, 1, 32},
-    {ndGobleScriptHandler, 321, 1, 32},
-    {ndIfScriptHandler, 83, 3, 16},
-    {ndIfScriptHandler, 60, 4, 16},
-    {ndPortIfScriptHandler, 93, 5, 16},
+constexpr ScriptRegistration kScripts[] = {
+    {"NDP", ndGobleEnableScriptHandler, 27, 1, 32},
+    {"NDP", ndGobleScriptHandler, 321, 1, 32},
+    {"NDP", ndIfScriptHandler, 83, 3, 16},
+    {"NDP", ndIfScriptHandler, 60, 4, 16},
+    {"NDP", ndPortIfScriptHandler, 93, 5, 16},
+    {"PROTOCOL_ND", nd_CliVxlanScriptHandler, 1, 13, 16},
+    {"NDP", ndVlanIfScriptHandler, 8, 2, 16},
 };
-// The VLAN handler follows the debug hook.
-constexpr NdScriptRegistration kNdVlanScript = {ndVlanIfScriptHandler, 8, 2, 16};
-
-void ndScriptRegister(const NdScriptRegistration &r)
-{
-    SHELL_ConfigScriptReg(kNdScriptModule, r.handler, r.section, r.mode, r.flags);
-}
+// The debug hook is registered between the sixth and the seventh script handler.
+constexpr size_t kScriptsBeforeDebugHook = 6;
 
 } // namespace
 
@@ -100,13 +97,12 @@ uint32_t dl_nd_cli_init(void)
     nd_CliVxlanCmdRegister();
     nd_CliVxlanDebugCmdReg();
 
-    for (const NdScriptRegistration &r : kNdScripts)
-        ndScriptRegister(r);
-    SHELL_ConfigScriptReg("PROTOCOL_ND", nd_CliVxlanScriptHandler, 1, 13, 16);
-
-    // The debug hook stands between the sixth and the seventh script registration.
-    DEBUG_ModuleReg("ND", ndCliDebugCtrlProc);
-    ndScriptRegister(kNdVlanScript);
+    for (size_t i = 0; i < sizeof kScripts / sizeof kScripts[0]; ++i) {
+        if (i == kScriptsBeforeDebugHook)
+            DEBUG_ModuleReg("ND", ndCliDebugCtrlProc);
+        const ScriptRegistration &r = kScripts[i];
+        SHELL_ConfigScriptReg(r.module, r.handler, r.section, r.mode, r.flags);
+    }
 
     return ndCliEvtRegister();
 }
