@@ -199,10 +199,11 @@ bool acceptsPartial(const DefNode &token, std::string_view s)
         int64_t high = token.kind == TokenKind::Range ? token.high : kAggNumMax;
         if (s == "-")
             return low < 0;
+        // More digits only move the value away from zero.
         auto v = parseNumber(s);
         if (!v)
             return false;
-        return *v >= 0 ? (low < 0 || *v <= std::max<int64_t>(high, 0) || *v == 0) : *v >= low;
+        return *v >= 0 ? *v <= high : *v >= low;
     }
     case TokenKind::Ipv6Addr:
         return onlyChars(s, ":.");
@@ -211,7 +212,7 @@ bool acceptsPartial(const DefNode &token, std::string_view s)
     case TokenKind::MacAddress:
         return onlyChars(s, ".:-");
     case TokenKind::IpAddress:
-        return allDigits(s) || std::all_of(s.begin(), s.end(), [](char c) { return (c >= '0' && c <= '9') || c == '.'; });
+        return std::all_of(s.begin(), s.end(), [](char c) { return (c >= '0' && c <= '9') || c == '.'; });
     case TokenKind::ConfPortList:
         return std::all_of(s.begin(), s.end(), [](char c) {
             return std::isalnum(static_cast<unsigned char>(c)) || c == '/' || c == '-' || c == ',';

@@ -16,7 +16,7 @@
 // Accepted forms of the parameter tokens:
 //   range         decimal digits (a leading "-" when the range allows it), value within A..B
 //   IPV6ADDR      any address inet_pton(AF_INET6) accepts
-//   IPV6PREFIX    ADDRESS/LEN with LEN 0..128
+//   IPV6PREFIX    ADDRESS/LEN with LEN 0..128 in at most three digits
 //   MACAddress    HHHH.HHHH.HHHH, or six two-digit hex groups joined by ":" or by "-"
 //   CONFPORTLIST  a comma-separated list of ports "S/P" or "M/S/P", or port ranges "S/P-Q"
 //                 (P <= Q), each optionally preceded by an interface-type name

@@ -79,6 +79,21 @@ TEST(GrammarTokens, KeywordsAndCrAreNotParameters)
     expectAccepts("_CR_", {}, {"", "x"});
 }
 
+TEST(GrammarTokens, PartlyTypedNumbersAreOfferedWhileTheyCanStillFit)
+{
+    CommandTree tree;
+    ASSERT_TRUE(tree.add("a(EN,0,''){_30_2147483_(EN,0,'t')},b(EN,0,''){_-5_5_(EN,0,'s')}", fx::handler<1>).ok);
+    auto offers = [&](const std::string &line) { return tree.complete(CliMode::EN, line).candidates.size() == 1; };
+    EXPECT_TRUE(offers("a 3"));
+    EXPECT_TRUE(offers("a 2147483"));
+    EXPECT_FALSE(offers("a 2147484"));
+    EXPECT_FALSE(offers("a x"));
+    EXPECT_TRUE(offers("b -"));
+    EXPECT_TRUE(offers("b -5"));
+    EXPECT_FALSE(offers("b -6"));
+    EXPECT_FALSE(offers("b 6"));
+}
+
 TEST(GrammarTokens, UnknownModeValueMatchesNothing)
 {
     CommandTree tree;
