@@ -96,6 +96,7 @@ private:
     int captureFd_ = -1;
     int savedFd_ = -1;
     bool capturing_ = false;
+    int nested_ = 0;
     bool quit_ = false;
     bool paging_ = false;
     int linesShown_ = 0;
@@ -175,6 +176,7 @@ public:
     std::string startup_config_path() const;
     std::string state_dir() const { return stateDir_; }
     bool replaying() const { return replaying_; }
+    void request_reload() { reloadRequested_ = true; }
 
     double startup_ms() const { return startupMs_; }
 
@@ -192,6 +194,7 @@ private:
     bool finished_ = false;
     bool rejected_ = false;
     bool replaying_ = false;
+    bool reloadRequested_ = false;
     double startupMs_ = 0;
     std::vector<uint8_t> portmap_; // behind mpsh_get_env(19) while a port or aggregation is configured
 };

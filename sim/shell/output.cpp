@@ -164,6 +164,12 @@ int Output::length() const
 
 bool Output::begin(const Modifier &modifier, std::string &error)
 {
+    if (capturing_) {
+        // A command run from inside another one shares the outer command's output path.
+        sync();
+        ++nested_;
+        return true;
+    }
     modifier_ = modifier;
     quit_ = false;
     begun_ = false;
@@ -232,6 +238,11 @@ void Output::sync()
 
 void Output::end()
 {
+    if (nested_ > 0) {
+        --nested_;
+        sync();
+        return;
+    }
     if (capturing_) {
         sync();
         fflush(stdout);

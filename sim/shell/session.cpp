@@ -467,7 +467,16 @@ bool Session::run_matched(const ndplat::MatchResult &match)
     match.fn(static_cast<int32_t>(words.size()), argv.data());
     out.end();
     out.newline_if_needed();
-    return !rejected_;
+    bool accepted = !rejected_;
+    if (reloadRequested_) {
+        // The restart happens after the reload command has ended, as a new boot would.
+        reloadRequested_ = false;
+        inventory_.clear();
+        leave_to_en();
+        if (access(startup_config_path().c_str(), R_OK) == 0)
+            replay(startup_config_path());
+    }
+    return accepted;
 }
 
 bool Session::replay(const std::string &path)
@@ -771,13 +780,7 @@ int32_t cmd_reload(int32_t, char **)
         return 0;
     }
     say("\nReloading...");
-    fflush(stdout);
-    S().inventory().clear();
-    S().leave_to_en();
-    if (access(S().startup_config_path().c_str(), R_OK) == 0) {
-        Output::instance().sync();
-        S().replay(S().startup_config_path());
-    }
+    S().request_reload();
     return 0;
 }
 
