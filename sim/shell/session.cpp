@@ -42,8 +42,9 @@ bool service_needs_start(int32_t state)
     return state == 0 || state == 1 || state == 4;
 }
 
-// The shell's own database work is not what an operator traces or injects faults into; the
-// trace echo stays quiet meanwhile.
+// The shell's own database work is not what an operator wants to see traced: the echo stays
+// quiet meanwhile. (Faults are armed after the inventory is loaded; the inventory written by
+// `write` and at the end of a session does count against DBM_* faults.)
 class QuietTrace {
 public:
     QuietTrace() { ndplat::trace_echo(nullptr); }
@@ -69,10 +70,6 @@ enum InventoryType : uint32_t {
 };
 constexpr const char *kInventoryKinds[] = {"", "vlan", "super-vlan", "vxlan", "vlan-if", "loopback",
                                            "port", "routed-port", "aggregation", "mgmt"};
-
-struct InventorySets {
-    std::set<int32_t> *sets[10];
-};
 
 const uint32_t kDbmParams[7] = {1, 1, 256, 0, 0, 0, 0};
 
