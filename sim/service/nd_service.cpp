@@ -631,7 +631,8 @@ CmfResponse NdService::dispatch(const CmfRequest &r)
         if (r.optKind != ND_CLI_OPT_UNDO)
             return status(ND_ERR_OPERATION_FAILED);
         std::lock_guard<std::mutex> hold(stateMutex_);
-        dynamicBinds_.clear();
+        dynamicBinds_[0].clear();
+        dynamicBinds_[1].clear();
         return ok();
     }
     case ND_CMD_DEBUG:
@@ -752,7 +753,8 @@ CmfResponse NdService::globalSnooping(const CmfRequest &r)
             done = ec.remove(key) && done;
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
-        dynamicBinds_.clear();
+        dynamicBinds_[0].clear();
+        dynamicBinds_[1].clear();
         prefixes_.clear();
     }
     return done ? ok() : status(ND_ERR_DBM);
@@ -893,21 +895,19 @@ CmfResponse NdService::userBindPage(const CmfRequest &r)
     uint32_t size = get<uint16_t>(query->bytes, 6);
     if (size == 0)
         size = 15;
-    std::vector<UserBind> rows;
     bool isStatic = kind == 2;
+    if (!isStatic && kind != 3 && kind != 4)
+        return status(ND_ERR_OPERATION_FAILED);
+    std::vector<UserBind> statics;
     if (isStatic) {
         Ec ec;
         if (!ec.ok())
             return status(ND_ERR_DBM);
-        rows = staticBinds(ec);
-    } else if (kind == 3 || kind == 4) {
-        std::lock_guard<std::mutex> hold(stateMutex_);
-        for (const UserBind &ub : dynamicBinds_)
-            if (ub.mpu == (kind == 3))
-                rows.push_back(ub);
-    } else {
-        return status(ND_ERR_OPERATION_FAILED);
+        statics = staticBinds(ec);
     }
+    // The page is cut straight out of the table: a listing of n entries costs O(n) in all.
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    const std::vector<UserBind> &rows = isStatic ? statics : dynamicBinds_[kind == 3 ? 0 : 1];
     size_t first = std::min<size_t>(start, rows.size());
     size_t n = std::min<size_t>(size, rows.size() - first);
     bool last = first + n >= rows.size();
@@ -934,9 +934,10 @@ CmfResponse NdService::userBindOne(const CmfRequest &r)
     }
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
-        for (const UserBind &ub : dynamicBinds_)
-            if (ub.ip == ip)
-                found.emplace_back(ub, false);
+        for (const std::vector<UserBind> &part : dynamicBinds_)
+            for (const UserBind &ub : part)
+                if (ub.ip == ip)
+                    found.emplace_back(ub, false);
     }
     std::vector<uint8_t> page = pageHeader(static_cast<uint32_t>(found.size()), 0, true);
     page.resize(kPageHeader + found.size() * kUserBindSize, 0);
@@ -1294,7 +1295,7 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
                        flagOf(kKeySnooping) == 1 ? "enable" : "disable", flagOf(kKeyLoose) == 1 ? "enable" : "disable",
                        flagOf(kKeyAttackLog) == 1 ? "enable" : "disable");
         text += format("  fast-response: %s\n  static user-binds: %zu\n  dynamic user-binds: %zu\n  prefixes: %zu\n",
-                       ec.exists(kKeyFastResponse) ? "disable" : "enable", statics, dynamicBinds_.size(),
+                       ec.exists(kKeyFastResponse) ? "disable" : "enable", statics, dynamicBinds_[0].size() + dynamicBinds_[1].size(),
                        prefixes_.size());
         for (const std::string &key : ec.keys(kTypeVxlan)) {
             unsigned id = 0;
@@ -1426,8 +1427,10 @@ bool NdService::seed_text(const std::string &text, std::string *why)
         if (doc.contains("dynamic_user_binds"))
             for (const json &e : doc.at("dynamic_user_binds")) {
                 uint32_t count = e.value("count", 1u);
-                for (uint32_t n = 0; n < count; ++n)
-                    dynamicBinds_.push_back(userBind(e, n));
+                for (uint32_t n = 0; n < count; ++n) {
+                    UserBind ub = userBind(e, n);
+                    dynamicBinds_[ub.mpu ? 0 : 1].push_back(std::move(ub));
+                }
             }
         if (doc.contains("prefixes"))
             for (const json &e : doc.at("prefixes")) {

@@ -145,7 +145,7 @@ private:
     uint32_t configDelayMs_ = 0;
 
     uint32_t debugMask_ = 0;
-    std::vector<UserBind> dynamicBinds_;
+    std::vector<UserBind> dynamicBinds_[2]; // listed by the first pass (kind 3), by the second (kind 4)
     std::vector<Prefix> prefixes_;
     std::vector<Counters> snoopingStats_;
     std::vector<Counters> forwardStats_;
