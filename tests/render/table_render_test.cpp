@@ -135,6 +135,10 @@ TEST_F(TableRender, UserBindNameBufferIsZeroedOncePerCall)
     EXPECT_EQ(renderUb(p, rows, title), ubRow("::1", "0011.22aa.bbcc", 1, "", "static", 3) +
                                             ubRow("::2", "0011.22aa.bbcc", 1, "ge0/4", "static", 4));
     EXPECT_EQ(rows, 6u);
+    // Only the second lookup fails: its row shows the name the first one left.
+    ndplat::fault_inject("portID2ShortString", -1, 1, 1);
+    EXPECT_EQ(renderUb(p, rows, title), ubRow("::1", "0011.22aa.bbcc", 1, "ge0/3", "static", 3) +
+                                            ubRow("::2", "0011.22aa.bbcc", 1, "ge0/3", "static", 4));
 }
 
 TEST_F(TableRender, PrefixRecordColumns)
@@ -216,6 +220,10 @@ TEST_F(TableRender, ProxyModuleNameIsZeroedOncePerCall)
     std::string text = renderProxy(p.data(), p.size());
     EXPECT_EQ(text, kProxyTitle + "      " + pad("::1", 40) + pad("::2", 40) + pad("", 20) + "\n" + "      " +
                         pad("::3", 40) + pad("::4", 40) + pad("MODULE-8", 20) + "\n");
+    ndplat::fault_inject("MODULEMGMT_GetModName", -1, 1, 1); // the second row keeps the first's name
+    text = renderProxy(p.data(), p.size());
+    EXPECT_EQ(text, kProxyTitle + "      " + pad("::1", 40) + pad("::2", 40) + pad("MODULE-7", 20) + "\n" + "      " +
+                        pad("::3", 40) + pad("::4", 40) + pad("MODULE-7", 20) + "\n");
 }
 
 // Random payloads: nothing read outside the payload (checked by the address sanitizer) and
