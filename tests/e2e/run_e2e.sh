@@ -6,6 +6,11 @@
 #
 # The test file is a list of blocks, each opened by a line "#! ACTION ARGS":
 #   #! ndsh [OPTIONS]      the lines up to the next block are one ndsh -f session (with --echo)
+#   #! ndsh-background [OPTIONS]  the same, running while the next blocks run; its transcript
+#                          is added at the next "#! wait"
+#   #! sleep SECONDS       wait before the next block
+#   #! env NAME=VALUE      set an environment variable for what follows
+#   #! wait                wait for the background sessions and add their transcripts
 #   #! service-args ARGS   arguments for every ndsvc started from now on ("{src}" is the
 #                          folder of the test file)
 #   #! service-exe PATH    the ndsvc that DCM_Start runs from now on (a missing one: no service)
@@ -32,16 +37,24 @@ block=""
 block_args=""
 block_lines=()
 session=0
+background=()
 
 flush() {
-  if [ "$block" = "ndsh" ]; then
+  if [ "$block" = "ndsh" ] || [ "$block" = "ndsh-background" ]; then
     session=$((session + 1))
     printf '%s\n' "${block_lines[@]}" >"$work/session$session.cmd"
-    # shellcheck disable=SC2086
-    timeout 60 "$ndsh" --state "$state" --echo $block_args -f "$work/session$session.cmd" >>"$actual" 2>&1
-    local rc=$?
-    if [ $rc -ge 124 ]; then
-      echo "[ndsh ended with status $rc]" >>"$actual"
+    if [ "$block" = "ndsh-background" ]; then
+      # shellcheck disable=SC2086
+      timeout 60 "$ndsh" --state "$state" --echo $block_args -f "$work/session$session.cmd" \
+        >"$work/session$session.out" 2>&1 &
+      background+=("$session")
+    else
+      # shellcheck disable=SC2086
+      timeout 60 "$ndsh" --state "$state" --echo $block_args -f "$work/session$session.cmd" >>"$actual" 2>&1
+      local rc=$?
+      if [ $rc -ge 124 ]; then
+        echo "[ndsh ended with status $rc]" >>"$actual"
+      fi
     fi
   fi
   block=""
@@ -57,13 +70,20 @@ while IFS= read -r line || [ -n "$line" ]; do
     args=""
     [ "$action" != "$words" ] && args=${words#* }
     case "$action" in
-      ndsh) block=ndsh; block_args=$args ;;
+      ndsh | ndsh-background) block=$action; block_args=$args ;;
+      sleep) sleep "$args" ;;
+      env) export "${args?}" ;;
+      wait)
+        wait
+        for b in "${background[@]}"; do cat "$work/session$b.out" >>"$actual"; done
+        background=()
+        ;;
       service-args) export NDSIM_NDSVC_ARGS=${args//\{src\}/$src} ;;
       service-exe) export NDSIM_NDSVC=${args//\{src\}/$src} ;;
       note) printf '\n=== %s ===\n' "$args" >>"$actual" ;;
       *) echo "unknown action: $line" >&2; exit 2 ;;
     esac
-  elif [ "$block" = "ndsh" ]; then
+  elif [ -n "$block" ]; then
     block_lines+=("$line")
   fi
 done <"$test_file"
