@@ -339,6 +339,17 @@ TEST_F(SnoopingShow, EmptyOrForeignPagesEndTheListing)
               "paramVal null paramLen 12\n");
 }
 
+// A page too short for its header cannot say where the next one starts: it is the last.
+TEST_F(SnoopingShow, PageShorterThanItsHeaderEndsTheListing)
+{
+    std::vector<uint8_t> shortPage(5, 0);
+    ndplat::CmfResponse response;
+    response.items.push_back(ndplat::CmfItem::of(11, shortPage.data(), 5));
+    ndplat::cmf_script(response);
+    EXPECT_EQ(run(ndShowNdSnoopingUserBind, {"show", "nd", "snooping", "user-bind", "dynamic-mpu"}), kUbTitle + total(0));
+    EXPECT_EQ(ndplat::cmf_requests().size(), 1u);
+}
+
 TEST_F(SnoopingShow, PagerBreakDoesNotStopTheFormatCall)
 {
     ndplat::pager_quit_after(1);
