@@ -68,6 +68,27 @@ TEST(NdshCommandLine, HiddenNodesOfThePlugInAreNotOffered)
     EXPECT_NE(r.out.find("  proxy"), std::string::npos) << r.out;
 }
 
+TEST(NdshCommandLine, ThePlugInsCommandsAreHelpedInTheirModesOnly)
+{
+    StateDir state;
+    Result r = ndsh(state, {"--no-service", "-c", "show nd ?; configure terminal; vxlan 5; ipv6 nd ?; ?"});
+    EXPECT_EQ(r.status, 0);
+    // The hidden twins ("nd host ...", "nd suppression" without "ipv6") are not offered.
+    EXPECT_EQ(r.out, "switch#show nd ?\n"
+                     "  fast-response  Nd packet fast-response\n"
+                     "  proxy          Nd proxy\n"
+                     "  snooping       Nd snooping\n"
+                     "switch(config-vxlan5)#ipv6 nd ?\n"
+                     "  host         Configure ND host\n"
+                     "  suppression  Set ND Broadcast suppression\n"
+                     "switch(config-vxlan5)#?\n"
+                     "  do    Run a privileged-mode command\n"
+                     "  end   Return to privileged mode\n"
+                     "  exit  Exit from the current mode\n"
+                     "  ipv6\n"
+                     "  no    Negate a command or set its defaults\n");
+}
+
 TEST(NdshCommandLine, UniqueAbbreviationsReachTheHandlerWithFullWords)
 {
     StateDir state;

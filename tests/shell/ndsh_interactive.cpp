@@ -28,6 +28,25 @@ TEST(NdshInteractive, TabCompletesUniqueWordsAndTheCommandRuns)
     EXPECT_EQ(pty.wait_exit(), 0);
 }
 
+TEST(NdshInteractive, TabCompletesThePlugInsCommands)
+{
+    StateDir state;
+    Pty pty(state, {"--no-service", "--trace"});
+    ASSERT_TRUE(pty.expect("switch#"));
+    pty.send("configure terminal\r");
+    ASSERT_TRUE(pty.expect("switch(config)#"));
+    pty.send("nd snooping det\t");
+    ASSERT_TRUE(pty.expect("ect ")) << pty.all();
+    pty.send("retr\t");
+    ASSERT_TRUE(pty.expect("ansmit ")) << pty.all();
+    pty.send("3 int\t");
+    ASSERT_TRUE(pty.expect("erval ")) << pty.all();
+    pty.send("10\r");
+    // The handler ran: its request went out.
+    ASSERT_TRUE(pty.expect("CMF_ClientRequestSend(")) << pty.all();
+    ASSERT_TRUE(pty.expect("switch(config)#"));
+}
+
 TEST(NdshInteractive, TabOnSeveralCandidatesListsThem)
 {
     StateDir state;
