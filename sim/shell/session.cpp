@@ -273,7 +273,7 @@ void Session::start(const Options &options)
         ndplat::trace_echo(stderr);
     for (const std::string &fault : options.faults)
         if (!ndplat::fault_parse(fault))
-            Output::instance().write_terminal("% Bad fault specification: " + fault + "\n");
+            Output::instance().write_terminal("% Bad --fault " + fault + " (expected FUNC=VALUE or FUNC=VALUExN)\n");
 
     load_plugin();
     enter(Context{});
