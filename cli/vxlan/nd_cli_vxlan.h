@@ -24,7 +24,7 @@ extern uint32_t gNdCliTitleShowed;
 /* exchange */
 uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliVxlanRenderFn render);
 uint32_t ndCliVxlanCmfDecodeProc(CMF_CONTEXT context, NdCliParam *block, uint8_t *lastRecord,
-                                 uint32_t *continuation, NdCliVxlanRenderFn render);
+                                 uint32_t continuation, NdCliVxlanRenderFn render);
 bool ndCliVxlanIsCfgCmd(uint32_t code);
 
 /* configuration handlers */

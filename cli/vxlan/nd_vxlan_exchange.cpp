@@ -101,7 +101,7 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
         // the previous follow-up go, and so does the record count.
         memcpy(block, &snapshot, sizeof *block);
 
-        r = ndCliVxlanCmfDecodeProc(context, block, lastRecord, &continuation, render);
+        r = ndCliVxlanCmfDecodeProc(context, block, lastRecord, continuation, render);
         if (r == ND_OK)
             return ND_OK;
         if (r == kCmfNotFound) {
@@ -118,7 +118,7 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
 }
 
 uint32_t ndCliVxlanCmfDecodeProc(CMF_CONTEXT context, NdCliParam *block, uint8_t *lastRecord,
-                                 uint32_t *continuation, NdCliVxlanRenderFn render)
+                                 uint32_t continuation, NdCliVxlanRenderFn render)
 {
     uint32_t decodes = 0;
     uint32_t code = 0;
@@ -128,7 +128,7 @@ uint32_t ndCliVxlanCmfDecodeProc(CMF_CONTEXT context, NdCliParam *block, uint8_t
         uint32_t r = CMF_ClientParamDecode(context, &code, &length, &value);
         ++decodes;
         if (r == kCmfNoMore) {
-            if (decodes == 1 && *continuation == 0)
+            if (decodes == 1 && continuation == 0)
                 return ND_OK;
             appendLastRecord(block, lastRecord, length);
             return kCmfNoMore;

@@ -344,4 +344,32 @@ TEST_F(VxlanExchangeTest, TenThousandRecordsOverManyResponses)
     EXPECT_EQ(ndplat::cmf_open_contexts(), 0);
 }
 
+TEST_F(VxlanExchangeTest, DecoderDirectly)
+{
+    auto a = record("2001:db8::a", "10.0.0.1", 9, 1, 0, kMacA);
+    ndplat::cmf_script(response(0, {}));
+    ndplat::cmf_script(response(0, {recordItem(a)}));
+    CMF_CONTEXT ctx = CMF_ClientContextInit("ipv6", 234, 1);
+    ASSERT_NE(ctx, nullptr);
+    uint8_t last[200] = {};
+    NdCliParam block = showBlock(25, 1);
+
+    // An empty answer: quiet end on a first request, "no more" with the record item on a follow-up.
+    ASSERT_EQ(CMF_ClientRequestSend(ctx), 0u);
+    ASSERT_EQ(CMF_ClientResponseRecv(ctx), 0u);
+    EXPECT_EQ(ndCliVxlanCmfDecodeProc(ctx, &block, last, 0, collect), 0u);
+    EXPECT_EQ(block.itemCount, 1u);
+
+    ASSERT_EQ(CMF_ClientRequestSend(ctx), 0u);
+    ASSERT_EQ(CMF_ClientResponseRecv(ctx), 0u);
+    EXPECT_EQ(ndCliVxlanCmfDecodeProc(ctx, &block, last, 1, collect), 13u);
+    ASSERT_EQ(block.itemCount, 2u);
+    EXPECT_EQ(block.items[1].type, 19u);
+    EXPECT_EQ(block.items[1].length, 124u);
+    EXPECT_EQ(block.items[1].value, static_cast<const void *>(last));
+    EXPECT_EQ(std::vector<uint8_t>(last, last + 124), a);
+    EXPECT_EQ(block.decodedCount, 1u);
+    CMF_ClientContextClose(ctx);
+}
+
 } // namespace
