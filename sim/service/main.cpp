@@ -2,9 +2,11 @@
 // requests on the Unix-domain socket of the state directory until it is told to stop.
 //
 //   ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]
+//         [--user-bind-ceiling N]
 //
 // --die-after N makes the process end abruptly, without an answer, when the Nth request arrives
-// (tests of a service that dies in the middle of a listing).
+// (tests of a service that dies in the middle of a listing). --user-bind-ceiling N makes the
+// static user-bind table full at N entries instead of 1,024 (tests of the full table).
 #include <atomic>
 #include <csignal>
 #include <cstdio>
@@ -35,7 +37,8 @@ void onSignal(int)
 
 int usage()
 {
-    fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n");
+    fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n"
+                    "             [--user-bind-ceiling N]\n");
     return 2;
 }
 
@@ -49,6 +52,7 @@ int main(int argc, char **argv)
     std::string plugin = pluginEnv && *pluginEnv ? pluginEnv : ND_CLI_SO_PATH;
     uint32_t delayMs = 0;
     unsigned long dieAfter = 0;
+    size_t ceiling = ndsvc::kStaticUserBindCeiling;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
@@ -62,6 +66,8 @@ int main(int argc, char **argv)
             delayMs = static_cast<uint32_t>(strtoul(argv[++i], nullptr, 10));
         else if (arg == "--die-after" && hasValue)
             dieAfter = strtoul(argv[++i], nullptr, 10);
+        else if (arg == "--user-bind-ceiling" && hasValue)
+            ceiling = strtoul(argv[++i], nullptr, 10);
         else
             return usage();
     }
@@ -71,6 +77,7 @@ int main(int argc, char **argv)
     ndsvc::NdService service;
     service.plugin_path_set(plugin);
     service.config_delay_set(delayMs);
+    service.user_bind_ceiling_set(ceiling);
     if (!seed.empty()) {
         std::string why;
         if (!service.seed_file(seed, &why)) {

@@ -874,7 +874,7 @@ CmfResponse NdService::staticUserBind(const CmfRequest &r)
     for (const UserBind &present : staticBinds(ec))
         if (present.ip == ub.ip)
             return status(ND_ERR_UB_EXIST);
-    if (count >= kStaticUserBindCeiling)
+    if (count >= userBindCeiling_)
         return status(ND_ERR_UB_CEILING);
     std::vector<uint8_t> entry = staticEntry(ub);
     return DBM_AddToSortList(ec.handle(), key.data(), Ec::len(key), kTypeUserBindList, entry.data(), kUserBindSize,

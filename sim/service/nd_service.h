@@ -97,6 +97,8 @@ public:
     void plugin_path_set(const std::string &path) { pluginPath_ = path; }
     // Configuration requests are held this long (tests of concurrent configuration).
     void config_delay_set(uint32_t ms) { configDelayMs_ = ms; }
+    // A smaller static user-bind table than kStaticUserBindCeiling (tests of the full table).
+    void user_bind_ceiling_set(size_t ceiling) { userBindCeiling_ = ceiling; }
 
     // Looks for the state (tests).
     size_t suppression_count();
@@ -143,6 +145,7 @@ private:
     std::string pluginPath_;
     void *plugin_ = nullptr;
     uint32_t configDelayMs_ = 0;
+    size_t userBindCeiling_ = kStaticUserBindCeiling;
 
     uint32_t debugMask_ = 0;
     std::vector<UserBind> dynamicBinds_[2]; // listed by the first pass (kind 3), by the second (kind 4)
