@@ -309,6 +309,31 @@ TEST_P(DbmCacheTest, SessionAllocationFailureCachesNothing)
     EXPECT_EQ(gNdCliDbmCtl.sessions.count, 1u);
 }
 
+TEST_P(DbmCacheTest, RecordsTableFailureFreesTheSessionEntry)
+{
+    {
+        Writer w;
+        w.put("vlan 1", 6, vlanRecord(1));
+    }
+    nd_CliDbmSessPull(1, 6);
+    long before = ndplat::outstanding_allocations();
+    ndplat::trace_clear();
+    // The session entry is allocated, its 512-bucket array is not.
+    ndplat::fault_inject("__UMV2L_malloc", 0, 1, 1);
+    EXPECT_EQ(nd_CliDbmSessPull(2, 6), -1);
+    EXPECT_EQ(ndplat::trace_of("__UMV2L_malloc"),
+              (std::vector<std::string>{"__UMV2L_malloc(" + std::to_string(sizeof(NdCliDbmSess)) + ")",
+                                        "__UMV2L_malloc(" + std::to_string(512 * sizeof(void *)) + ")"}));
+    EXPECT_EQ(ndplat::trace_of("__UMV2L_free").size(), 1u);
+    EXPECT_EQ(dbmAndLockCalls(), (std::vector<std::string>{"gnl_sem_take(ptr, 0)", "gnl_sem_give(ptr)"}));
+    EXPECT_EQ(ndplat::outstanding_allocations(), before);
+    EXPECT_EQ(gNdCliDbmCtl.sessions.count, 1u);
+    uint8_t buf[56];
+    EXPECT_EQ(lookup(2, "vlan 1", buf, sizeof buf), 0);
+    EXPECT_EQ(nd_CliDbmSessPull(2, 6), 0);
+    EXPECT_EQ(lookup(2, "vlan 1", buf, sizeof buf), 56);
+}
+
 TEST_P(DbmCacheTest, RecordCallbackChecksItsArgumentsSkipsFailedAllocationsAndReplacesDuplicates)
 {
     {

@@ -1,6 +1,8 @@
 // The running configuration as the shell produces it: the plug-in loaded with dlopen, its
 // registered script handlers called section by section on records written into the SQLite
 // database, and the end-of-display event raised through the platform.
+#include <dlfcn.h>
+
 #include <string>
 #include <vector>
 
@@ -36,6 +38,9 @@ TEST(ScriptLoaded, RunningConfigurationFromTheDatabaseThroughTheLoadedPlugin)
     ndtest::LoadedPlugin plugin;
     ASSERT_TRUE(plugin.ok()) << plugin.error();
     ASSERT_EQ(plugin.start(), 0u);
+    // The shell never unloads the plug-in, and the session cache lives as long as it does: a
+    // second reference keeps it loaded past the end of the test.
+    ASSERT_NE(dlopen(ND_CLI_SO_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr);
 
     char port1[100] = {};
     portID2FmtString(1, port1);
