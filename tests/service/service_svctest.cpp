@@ -662,3 +662,70 @@ TEST_F(ServiceTest, AServiceThatCannotStartIsReported)
 }
 
 } // namespace
+
+namespace {
+
+uint32_t suppressionRows(uint32_t vxlan)
+{
+    NdCliParam block;
+    memset(&block, 0, sizeof block);
+    nd_CliParamInit(&block, "show", 22);
+    nd_CliParamSet(&block, &vxlan, 4, 15, 0);
+    ndtest::Stdout out;
+    uint32_t r = ndCliVxlanSetProc(&block, [](const void *, uint32_t, uint32_t) -> uint32_t { return 0; });
+    out.take();
+    return r == 0 ? block.decodedCount : 0xFFFFFFFFu;
+}
+
+TEST_F(ServiceTest, NdLibraryRecordsReachTheAttachedServiceBeforeTheNextRequest)
+{
+    std::string dir = freshStateDir();
+    ndplat::service_attach(dir);
+    ASSERT_GT(ndplat::service_start(dir), 0);
+    uint8_t records[3 * 52] = {};
+    for (int i = 0; i < 3; ++i) {
+        uint8_t *r = records + 52 * i;
+        uint32_t vxlan = 12;
+        memcpy(r, &vxlan, 4);
+        inet_pton(AF_INET6, "2001:db8::1", r + 8);
+        r[23] = static_cast<uint8_t>(i + 1);
+        r[24] = 2;
+    }
+    uint32_t done = 0;
+    EXPECT_EQ(ND_AddSuppressionHost(records, 3, &done), 0);
+    EXPECT_EQ(done, 3u);
+    EXPECT_EQ(suppressionRows(12), 3u) << "the request waits for the records handed over before it";
+    EXPECT_EQ(ND_DelSuppressionHost(records + 52, 1, &done), 0);
+    EXPECT_EQ(suppressionRows(12), 2u);
+    EXPECT_EQ(suppressionRows(13), 0u);
+    EXPECT_TRUE(ndplat::service_stop(dir));
+    ndplat::service_detach();
+}
+
+TEST_F(ServiceTest, AStoppedServiceRemovesItsSocketAndPidFile)
+{
+    std::string dir = freshStateDir();
+    ASSERT_GT(ndplat::service_start(dir), 0);
+    EXPECT_EQ(access(ndplat::service_socket_path(dir).c_str(), F_OK), 0);
+    EXPECT_EQ(access(ndplat::service_pid_path(dir).c_str(), F_OK), 0);
+    EXPECT_TRUE(ndplat::service_stop(dir));
+    EXPECT_NE(access(ndplat::service_socket_path(dir).c_str(), F_OK), 0);
+    EXPECT_NE(access(ndplat::service_pid_path(dir).c_str(), F_OK), 0);
+    EXPECT_FALSE(ndplat::service_running(dir));
+}
+
+TEST_F(ServiceTest, ASeedThatCannotBeReadKeepsTheServiceFromStarting)
+{
+    std::string dir = freshStateDir();
+    EXPECT_EQ(ndplat::service_start(dir, {"--seed", dir + "/missing.json"}), -1);
+    setenv("NDSIM_NDSVC_ARGS", ("--seed " + dir + "/missing.json").c_str(), 1);
+    ndplat::service_attach(dir);
+    EXPECT_EQ(DCM_Start("ipv6", 1), 1);
+    unsetenv("NDSIM_NDSVC_ARGS");
+    EXPECT_EQ(DCM_Start("ipv6", 1), 2);
+    EXPECT_EQ(DCM_Query("ipv6"), 2);
+    EXPECT_TRUE(ndplat::service_stop(dir));
+    ndplat::service_detach();
+}
+
+} // namespace
