@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -617,10 +618,18 @@ TEST_F(ServiceTest, DiagnoseWritesItsTextIntoTheDumpFile)
 
 // ---- the real process --------------------------------------------------------------------------------
 
+// State directories under /tmp (socket paths must be short), removed when the program ends.
+struct Scratch {
+    std::string root = "/tmp/ndsvc-test-" + std::to_string(getpid());
+    Scratch() { mkdir(root.c_str(), 0755); }
+    ~Scratch() { std::filesystem::remove_all(root); }
+};
+
 std::string freshStateDir()
 {
+    static Scratch scratch;
     static int n = 0;
-    std::string dir = "/tmp/ndsvc-test-" + std::to_string(getpid()) + "-" + std::to_string(n++);
+    std::string dir = scratch.root + "/" + std::to_string(n++);
     mkdir(dir.c_str(), 0755);
     return dir;
 }
