@@ -24,6 +24,10 @@ std::vector<std::string> trace();                    // every line since the las
 std::vector<std::string> trace_of(const char *name); // the lines of one function
 void trace_clear();
 void trace_echo(FILE *stream);                       // also print each line as it happens; null: off
+// Whether lines are kept for trace(): on by default, for tests. A long-running shell or
+// service turns it off, so that the trace neither grows without bound nor costs a formatting
+// per call (an echo still prints).
+void trace_record_set(bool record);
 
 // Formats a string argument for a trace line: "text" or null.
 std::string trace_str(const char *s);

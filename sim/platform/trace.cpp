@@ -1,4 +1,5 @@
 // Call trace and fault injection: the two test hooks that every platform function shares.
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,10 @@ struct Fault {
     uint32_t remaining;
     uint32_t skip;
 };
+
+// Read without the lock on every platform call: nothing to do when neither is set.
+std::atomic<bool> gRecording{true};
+std::atomic<bool> gEchoing{false};
 
 struct TraceState {
     std::mutex mutex;
@@ -41,6 +46,7 @@ void resetTraceAndFaults()
     std::lock_guard<std::mutex> hold(s.mutex);
     s.lines.clear();
     s.faults.clear();
+    gRecording = true;
 }
 
 const bool registered = (on_reset(resetTraceAndFaults), true);
@@ -56,17 +62,27 @@ void recordLine(std::string line)
         fprintf(s.echo, "[trace] %s\n", line.c_str());
         fflush(s.echo);
     }
-    s.lines.push_back(std::move(line));
+    if (gRecording.load(std::memory_order_relaxed))
+        s.lines.push_back(std::move(line));
+}
+
+bool traceWanted()
+{
+    return gRecording.load(std::memory_order_relaxed) || gEchoing.load(std::memory_order_relaxed);
 }
 } // namespace
 
 void trace_call(const char *name)
 {
+    if (!traceWanted())
+        return;
     recordLine(std::string(name) + "()");
 }
 
 void trace_call(const char *name, const char *argFormat, ...)
 {
+    if (!traceWanted())
+        return;
     char args[512];
     va_list ap;
     va_start(ap, argFormat);
@@ -104,6 +120,12 @@ void trace_echo(FILE *stream)
     TraceState &s = state();
     std::lock_guard<std::mutex> hold(s.mutex);
     s.echo = stream;
+    gEchoing = stream != nullptr;
+}
+
+void trace_record_set(bool record)
+{
+    gRecording = record;
 }
 
 std::string trace_str(const char *s)

@@ -46,6 +46,8 @@ int usage()
 
 int main(int argc, char **argv)
 {
+    // The platform's call trace is a test aid; a long-running service keeps none of it.
+    ndplat::trace_record_set(false);
     std::string stateDir = ndplat::state_dir();
     std::string seed;
     const char *pluginEnv = getenv("NDSIM_PLUGIN");
@@ -105,10 +107,7 @@ int main(int argc, char **argv)
     server.serve([&service, &requests, dieAfter](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
         if (dieAfter && ++requests >= dieAfter)
             _exit(3);
-        ndplat::CmfResponse response = service.handle(request);
-        // The platform's call trace is a test aid; a long-running service keeps none of it.
-        ndplat::trace_clear();
-        return response;
+        return service.handle(request);
     });
     gServer = nullptr;
     unlink(server.path().c_str());

@@ -180,6 +180,9 @@ extern "C" const char *__lsan_default_suppressions()
 
 int main(int argc, char **argv)
 {
+    // The shell only echoes the platform's calls (--trace); keeping them would grow without
+    // bound over a long session.
+    ndplat::trace_record_set(false);
     ndsh::Options options;
     options.plugin = NDSH_DEFAULT_PLUGIN;
     if (argc > 1 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"))) {

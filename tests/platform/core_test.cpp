@@ -25,6 +25,19 @@ TEST_F(PlatformCoreTest, EveryCallIsTracedWithItsArguments)
     EXPECT_TRUE(ndplat::trace().empty());
 }
 
+TEST_F(PlatformCoreTest, TraceRecordingCanBeTurnedOff)
+{
+    ndplat::trace_record_set(false);
+    DCM_Query("ipv6");
+    EXPECT_TRUE(ndplat::trace().empty());
+    // Faults still apply while nothing is recorded.
+    ndplat::fault_inject("DCM_Query", 9);
+    EXPECT_EQ(DCM_Query("ipv6"), 9);
+    ndplat::trace_record_set(true);
+    DCM_Query("ipv6");
+    EXPECT_EQ(ndplat::trace(), (std::vector<std::string>{"DCM_Query(\"ipv6\")"}));
+}
+
 TEST_F(PlatformCoreTest, FaultsApplyToTheNextCallsOnly)
 {
     ndplat::fault_inject("DCM_Query", 4, 2);
