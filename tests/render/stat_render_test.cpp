@@ -6,9 +6,6 @@
 #include "render/nd_render.h"
 #include "test_support.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/lsan_interface.h>
-#endif
 
 namespace {
 
@@ -257,9 +254,7 @@ TEST(StatRenderAllocation, LaterAllocationFailingLeavesCollectedNodesAndPrintsNo
         long before = ndplat::outstanding_allocations();
         std::string text;
         {
-#if defined(__SANITIZE_ADDRESS__)
-            __lsan::ScopedDisabler keepLeak;
-#endif
+            ndtest::LeakCheckPause keepLeak;
             ndtest::Stdout out;
             ndplat::fault_inject("__UMV2L_malloc", 0, 1, 2); // the third allocation fails
             if (fwd)
