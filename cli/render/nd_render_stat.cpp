@@ -142,7 +142,7 @@ template <uint32_t R, size_t N> void renderStats(const StatLayout<N> &layout, co
             // The nodes collected so far are deliberately left allocated and nothing is
             // printed: the renderer gives up at once.
             if (layout.allocFailFormat)
-                printf(layout.allocFailFormat);
+                printf("%s", layout.allocFailFormat);
             return;
         }
         memcpy(node->record, cursor, R);
