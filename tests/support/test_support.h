@@ -32,6 +32,13 @@ private:
 // Suspends the leak checker while it lives, for memory that is left allocated on purpose or
 // by libc itself (dprintf's buffer on a failed write).
 class LeakCheckPause {
+public:
+    LeakCheckPause() {}
+    ~LeakCheckPause() {}
+    LeakCheckPause(const LeakCheckPause &) = delete;
+    LeakCheckPause &operator=(const LeakCheckPause &) = delete;
+
+private:
 #if defined(__SANITIZE_ADDRESS__)
     __lsan::ScopedDisabler disabler_;
 #endif
