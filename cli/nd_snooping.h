@@ -3,30 +3,12 @@
 #ifndef ND_SNOOPING_H
 #define ND_SNOOPING_H
 
+#include "framework/nd_cli_owned.h"
 #include "nd_cli_internal.h"
 
 namespace ndcli {
 
 // Owns one platform resource and gives it back with `Release` on every path out of the scope.
-template <typename T, auto Release> class Owned {
-public:
-    explicit Owned(T resource) : resource_(resource) {}
-    ~Owned()
-    {
-        if (resource_)
-            Release(resource_);
-    }
-    Owned(const Owned &) = delete;
-    Owned &operator=(const Owned &) = delete;
-    T get() const { return resource_; }
-    explicit operator bool() const { return resource_ != nullptr; }
-
-private:
-    T resource_;
-};
-
-using OwnedContext = Owned<CMF_CONTEXT, CMF_ClientContextClose>;
-using OwnedMemory = Owned<void *, __UMV2L_free>;
 
 // The word at `index`, or an empty text when the command has fewer words.
 inline const char *wordAt(int32_t argc, char **argv, int32_t index)

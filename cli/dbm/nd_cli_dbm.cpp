@@ -122,8 +122,8 @@ int32_t ndCliDbmSaveToSessCb(DBM_HANDLE h, const void *key, uint16_t keyLen, voi
 
 int32_t ndCliDbmSaveToSess(NdCliDbmSess *session)
 {
-    nd::DbmHandleGuard db;
-    if (db.openNd() != 0)
+    ndcli::OwnedDatabase db;
+    if (nd::openNdDatabase(db) != 0)
         return -1;
     DBM_Proc(db.get(), session->valueType, ndCliDbmSaveToSessCb, session);
     db.close();

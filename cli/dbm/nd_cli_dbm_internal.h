@@ -5,6 +5,7 @@
 #define ND_CLI_DBM_INTERNAL_H
 
 #include "nd_cli.h"
+#include "framework/nd_cli_owned.h"
 #include "nd_platform.h"
 
 extern "C" {
@@ -56,32 +57,11 @@ constexpr uint32_t kNdDbmOpenParams[7] = {1, 1, 256, 0, 0, 0, 0};
 // The value type of the per-VLAN snooping records, the only one that is cached.
 constexpr uint32_t kNdDbmVlanValueType = 6;
 
-// A database handle that is closed when the guard ends, unless it was closed explicitly (to
-// hand the close result back).
-class DbmHandleGuard {
-public:
-    DbmHandleGuard() = default;
-    ~DbmHandleGuard()
-    {
-        if (handle_)
-            DBM_Close(handle_);
-    }
-    DbmHandleGuard(const DbmHandleGuard &) = delete;
-    DbmHandleGuard &operator=(const DbmHandleGuard &) = delete;
-
-    // Opens "ec_nd" read-only; returns what DBM_Open returned.
-    uint32_t openNd() { return DBM_Open(kNdDbmName, kNdDbmOpenMode, kNdDbmOpenParams, 0, 0, &handle_); }
-    DBM_HANDLE get() const { return handle_; }
-    uint32_t close()
-    {
-        DBM_HANDLE h = handle_;
-        handle_ = nullptr;
-        return DBM_Close(h);
-    }
-
-private:
-    DBM_HANDLE handle_ = nullptr;
-};
+// Opens "ec_nd" read-only into the guard; returns what DBM_Open returned.
+inline uint32_t openNdDatabase(ndcli::OwnedDatabase &db)
+{
+    return DBM_Open(kNdDbmName, kNdDbmOpenMode, kNdDbmOpenParams, 0, 0, db.out());
+}
 
 // A zeroed platform allocation that is freed when the guard ends, unless it was handed on.
 template <typename T> class Allocation {

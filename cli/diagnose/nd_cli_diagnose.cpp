@@ -6,6 +6,7 @@
 #include <strings.h>
 
 #include "diagnose/nd_cli_diagnose.h"
+#include "framework/nd_cli_owned.h"
 
 namespace {
 
@@ -64,24 +65,6 @@ int32_t compareWord(int32_t argc, char **argv, int32_t index, const char *expect
     return strcasecmp(argv[index], expected);
 }
 
-class FileGuard {
-public:
-    explicit FileGuard(FILE *file) : file_(file) {}
-    ~FileGuard() { close(); }
-    FileGuard(const FileGuard &) = delete;
-    FileGuard &operator=(const FileGuard &) = delete;
-    FILE *get() const { return file_; }
-    void close()
-    {
-        if (file_)
-            __UMV2L_fclose(file_);
-        file_ = nullptr;
-    }
-
-private:
-    FILE *file_;
-};
-
 } // namespace
 
 extern "C" {
@@ -108,7 +91,7 @@ int32_t ndCliDiagnoseShowIf(int32_t argc, char **argv)
 
 int32_t ndCliDiagnoseDump(void)
 {
-    FileGuard file(__UMV2L_fopen(kNdCliDiagnoseFile, "r"));
+    ndcli::OwnedFile file(__UMV2L_fopen(kNdCliDiagnoseFile, "r"));
     if (!file.get())
         return 0;
     SHELL_MoreOrientOutput();

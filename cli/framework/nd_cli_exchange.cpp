@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 
+#include "framework/nd_cli_owned.h"
 #include "nd_cli_internal.h"
 
 namespace {
@@ -36,23 +37,6 @@ constexpr RendererRow kRenderers[] = {
     {18, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowProxyAddr(value, length); }},
 };
 
-// Closes the context on every path once it is open.
-class ContextGuard {
-public:
-    explicit ContextGuard(CMF_CONTEXT context) : context_(context) {}
-    ~ContextGuard()
-    {
-        if (context_)
-            CMF_ClientContextClose(context_);
-    }
-    ContextGuard(const ContextGuard &) = delete;
-    ContextGuard &operator=(const ContextGuard &) = delete;
-    CMF_CONTEXT get() const { return context_; }
-
-private:
-    CMF_CONTEXT context_;
-};
-
 } // namespace
 
 extern "C" uint32_t ndCliParamProc(NdCliParam *block)
@@ -73,7 +57,7 @@ extern "C" uint32_t ndCliParamProc(NdCliParam *block)
         }
     }
 
-    ContextGuard context(CMF_ClientContextInit(block->serviceName, block->serviceType, block->serviceInstance));
+    ndcli::OwnedContext context(CMF_ClientContextInit(block->serviceName, block->serviceType, block->serviceInstance));
     if (!context.get()) {
         // The number shown is the start result, or 0 when the service was not started.
         printf("CMF ClientContextInit error %d!", started);

@@ -42,8 +42,8 @@ inline NdCliScriptCtx scriptCtx(int32_t fd, uintptr_t a2, uintptr_t a3, uintptr_
 // result is then what the log call returned, else what the close returned.
 template <typename Read> int32_t runScript(const char *openFailedLog, NdCliScriptCtx &ctx, Read &&read)
 {
-    DbmHandleGuard db;
-    uint32_t ret = db.openNd();
+    ndcli::OwnedDatabase db;
+    uint32_t ret = openNdDatabase(db);
     if (ret != 0)
         return NLOG_Send(ND_CLI_MODULE_ID, kNdLogA2, kNdLogA3, kNdLogLevel, openFailedLog, ret);
     read(db.get(), &ctx);

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "framework/nd_cli_owned.h"
 #include "vxlan/nd_cli_vxlan.h"
 
 namespace {
@@ -20,22 +21,6 @@ constexpr uint32_t kItemLastRecord = 19;
 
 // Codes below this one are configuration commands.
 constexpr uint32_t kFirstNonConfigCode = 23;
-
-class ContextGuard {
-public:
-    explicit ContextGuard(CMF_CONTEXT context) : context_(context) {}
-    ~ContextGuard()
-    {
-        if (context_)
-            CMF_ClientContextClose(context_);
-    }
-    ContextGuard(const ContextGuard &) = delete;
-    ContextGuard &operator=(const ContextGuard &) = delete;
-    CMF_CONTEXT get() const { return context_; }
-
-private:
-    CMF_CONTEXT context_;
-};
 
 // The last-record item announces at most what the buffer holds: a record longer than the
 // buffer is cut to its first bytes rather than overrunning it.
@@ -62,7 +47,7 @@ uint32_t ndCliVxlanSetProc(NdCliParam *block, NdCliVxlanRenderFn render)
 {
     if (!block)
         return ND_ERR_OPERATION_FAILED;
-    ContextGuard context(CMF_ClientContextInit(block->serviceName, block->serviceType, block->serviceInstance));
+    ndcli::OwnedContext context(CMF_ClientContextInit(block->serviceName, block->serviceType, block->serviceInstance));
     if (!context.get())
         return ND_ERR_OPERATION_FAILED;
     uint32_t r = CMF_ClientContextTimeoutSet(context.get(), kRequestTimeout);

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "framework/nd_cli_owned.h"
 #include "vxlan/nd_cli_vxlan.h"
 
 namespace {
@@ -31,27 +32,6 @@ uint32_t u32At(const uint8_t *p, size_t offset)
     memcpy(&v, p + offset, sizeof v);
     return v;
 }
-
-// Keeps the database open until the handler is done; close() hands back the close status.
-class DbmGuard {
-public:
-    explicit DbmGuard(DBM_HANDLE handle) : handle_(handle) {}
-    ~DbmGuard() { close(); }
-    DbmGuard(const DbmGuard &) = delete;
-    DbmGuard &operator=(const DbmGuard &) = delete;
-    DBM_HANDLE get() const { return handle_; }
-    uint32_t close()
-    {
-        if (!handle_)
-            return 0;
-        uint32_t r = DBM_Close(handle_);
-        handle_ = nullptr;
-        return r;
-    }
-
-private:
-    DBM_HANDLE handle_;
-};
 
 } // namespace
 
@@ -103,7 +83,7 @@ int32_t nd_CliVxlanScriptHandler(int32_t fd, uintptr_t a2, uintptr_t vxlanId, ui
     uint32_t r = DBM_Open(kDatabase, kOpenMode, kOpenParam, 0, 0, &handle);
     if (r != 0)
         return static_cast<int32_t>(r);
-    DbmGuard database(handle);
+    ndcli::OwnedDatabase database(handle);
     NdCliScriptCtx context = {fd, a2, vxlanId, a4, 0, nd_CliFdprintf};
     ndCliVxlanScript(database.get(), &context);
     return static_cast<int32_t>(database.close());
