@@ -173,6 +173,8 @@ public:
 
     // Replays a configuration file as the startup configuration: not interactive.
     bool replay(const std::string &path);
+    void boot_nd_service();
+    void reboot_nd_service();
     std::string startup_config_path() const;
     std::string state_dir() const { return stateDir_; }
     bool replaying() const { return replaying_; }

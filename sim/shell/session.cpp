@@ -256,14 +256,7 @@ void Session::start(const Options &options)
     if (options.service) {
         QuietTrace quiet;
         ndplat::service_attach(stateDir_);
-        if (service_needs_start(DCM_Query("ipv6"))) {
-            int32_t started = DCM_Start("ipv6", 1);
-            if (started != 2) {
-                char text[128];
-                snprintf(text, sizeof text, "%% The ND service could not be started (%d).\n", started);
-                Output::instance().write_terminal(text);
-            }
-        }
+        boot_nd_service();
     }
 
     inventory_.load();
@@ -470,10 +463,37 @@ bool Session::run_matched(const ndplat::MatchResult &match)
         reloadRequested_ = false;
         inventory_.clear();
         leave_to_en();
+        reboot_nd_service();
         if (access(startup_config_path().c_str(), R_OK) == 0)
             replay(startup_config_path());
     }
     return accepted;
+}
+
+void Session::boot_nd_service()
+{
+    if (!service_needs_start(DCM_Query("ipv6")))
+        return;
+    int32_t started = DCM_Start("ipv6", 1);
+    if (started != 2) {
+        char text[128];
+        snprintf(text, sizeof text, "%% The ND service could not be started (%d).\n", started);
+        Output::instance().write_terminal(text);
+    }
+}
+
+// A reload is a new boot of the ND side too: the service starts again on an empty
+// configuration database, into which the startup configuration is then replayed. The ISSU
+// store is kept, as it is meant to outlive a restart.
+void Session::reboot_nd_service()
+{
+    if (!options_.service)
+        return;
+    QuietTrace quiet;
+    ndplat::service_stop(stateDir_);
+    for (const char *suffix : {".db", ".db-wal", ".db-shm"})
+        unlink((stateDir_ + "/ec_nd" + suffix).c_str());
+    boot_nd_service();
 }
 
 bool Session::replay(const std::string &path)
