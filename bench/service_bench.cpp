@@ -169,7 +169,7 @@ int main(int argc, char **argv)
         SHELL_CMD_FN suppress = handlerOf("suppress(EN, 0, HIDE", false);
         if (!suppress)
             return 1;
-            t0 = Clock::now();
+        t0 = Clock::now();
         run(suppress, {"nd", "mpos", "suppress", "10", "7", "2001:db8::1", "192.0.2.9", "0011.2233.4455", "1000000"});
         double command = sinceMs(t0);
         ndplat::nd_library_flush();
@@ -183,7 +183,7 @@ int main(int argc, char **argv)
         bool all = text.str().find("suppression hosts: 1000000\n") != std::string::npos;
         printf("nd mpos suppress ... 1000000: command %.1f ms, service holds all %s after %.1f ms\n", command,
                all ? "hosts" : "(NOT all) hosts", held);
-        }
+    }
 
     // 4. The running configuration of a large switch.
     if (!others) {
@@ -230,7 +230,7 @@ int main(int argc, char **argv)
         ndplat::notify_raise(23, 8, session, 0);
         ndplat::running_cfg_session_set(0xFFFFFFFFu);
         runs.push_back(sinceMs(t0));
-        }
+    }
     close(null);
     for (std::vector<double> *v : {&runs, &globals, &vlans, &vxlans})
         std::sort(v->begin(), v->end());
