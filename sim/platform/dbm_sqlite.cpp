@@ -16,8 +16,10 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 #include "dbm_storage.h"
@@ -352,7 +354,21 @@ private:
     public:
         Transaction(sqlite3 *db, bool write) : db_(db)
         {
-            open_ = sqlite3_exec(db_, write ? "BEGIN IMMEDIATE" : "BEGIN", nullptr, nullptr, nullptr) == SQLITE_OK;
+            // The busy timeout normally covers the wait for the write lock; a refusal that
+            // comes back at once (seen under heavy load, with a second writer in the same
+            // process) is retried here up to the same limit.
+            const char *begin = write ? "BEGIN IMMEDIATE" : "BEGIN";
+            auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
+            int rc;
+            while ((rc = sqlite3_exec(db_, begin, nullptr, nullptr, nullptr)) == SQLITE_BUSY ||
+                   rc == SQLITE_LOCKED) {
+                if (std::chrono::steady_clock::now() >= deadline)
+                    break;
+                usleep(1000);
+            }
+            open_ = rc == SQLITE_OK;
+            if (!open_)
+                fprintf(stderr, "dbm: cannot begin a transaction: %s\n", sqlite3_errmsg(db_));
         }
         ~Transaction()
         {
