@@ -76,7 +76,7 @@ extern "C" int32_t ndDebugSnooping(int32_t argc, char **argv)
     const int32_t at = nd_CliArgGetOptFlag(first) == ND_CLI_OPT_UNDO ? 3 : 2;
     // A shorter line than the grammar allows reads as an unknown keyword rather than past
     // the end of the vector.
-    const char *keyword = at < argc ? argv[at] : nullptr;
+    const char *keyword = ndcli::wordAt(argc, argv, at);
     return static_cast<int32_t>(debugRequest(first, maskOfKeyword(keyword)));
 }
 

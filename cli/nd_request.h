@@ -38,10 +38,23 @@ private:
     NdCliParam block_;
 };
 
+// The word at `index`, or null when the command has fewer words.
+inline const char *wordAt(int32_t argc, char **argv, int32_t index)
+{
+    return argv && index >= 0 && index < argc ? argv[index] : nullptr;
+}
+
+// The same, reading a missing word as an empty text.
+inline const char *textAt(int32_t argc, char **argv, int32_t index)
+{
+    const char *word = wordAt(argc, argv, index);
+    return word ? word : "";
+}
+
 // The shell always passes the first word; a missing one reads as no keyword at all.
 inline const char *firstWord(int32_t argc, char **argv)
 {
-    return argc > 0 && argv ? argv[0] : nullptr;
+    return wordAt(argc, argv, 0);
 }
 
 } // namespace ndcli

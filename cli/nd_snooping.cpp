@@ -173,8 +173,8 @@ int32_t ndArgProcForSnpdetect(int32_t argc, char **argv)
     uint16_t retransmit = 0;
     uint16_t interval = 0;
     if (!isUndo(argc, argv)) {
-        retransmit = static_cast<uint16_t>(atoi(ndcli::wordAt(argc, argv, kDetectRetransmitWord)));
-        interval = static_cast<uint16_t>(atoi(ndcli::wordAt(argc, argv, kDetectIntervalWord)));
+        retransmit = static_cast<uint16_t>(atoi(ndcli::textAt(argc, argv, kDetectRetransmitWord)));
+        interval = static_cast<uint16_t>(atoi(ndcli::textAt(argc, argv, kDetectIntervalWord)));
         request.add(kItemRetransmit, sizeof retransmit, &retransmit, true);
         request.add(kItemInterval, sizeof interval, &interval, true);
     }
@@ -198,14 +198,14 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
         return static_cast<int32_t>(result);
 
     if (!isUndo(argc, argv)) {
-        inet_pton(kAddressFamilyIpv6, ndcli::wordAt(argc, argv, kUbAddressWord), address);
+        inet_pton(kAddressFamilyIpv6, ndcli::textAt(argc, argv, kUbAddressWord), address);
         request.add(kItemAddress, sizeof address, address, true);
-        enet_addr(ndcli::wordAt(argc, argv, kUbMacWord), mac);
+        enet_addr(ndcli::textAt(argc, argv, kUbMacWord), mac);
         request.add(kItemMac, sizeof mac, mac, true);
-        vlan = static_cast<uint32_t>(atoi(ndcli::wordAt(argc, argv, kUbVlanWord)));
+        vlan = static_cast<uint32_t>(atoi(ndcli::textAt(argc, argv, kUbVlanWord)));
         request.add(kItemVlan, sizeof vlan, &vlan, true);
 
-        const char *interfaceText = ndcli::wordAt(argc, argv, kUbInterfaceWord);
+        const char *interfaceText = ndcli::textAt(argc, argv, kUbInterfaceWord);
         if (mpsh_in_interaceive_mode() != 0) {
             auto parse = [interfaceText](void *map) {
                 cmdString2Portmap(interfaceText, map, g_max_pbmp_bytes);
@@ -227,7 +227,7 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
         request.add(kItemPortId, sizeof portId, &portId, true);
         request.add(kItemIfName, sizeof name, name, true);
     } else if (argc == kUbUndoWithAddressWords) {
-        inet_pton(kAddressFamilyIpv6, ndcli::wordAt(argc, argv, kUbUndoAddressWord), address);
+        inet_pton(kAddressFamilyIpv6, ndcli::textAt(argc, argv, kUbUndoAddressWord), address);
         request.add(kItemAddress, sizeof address, address, true);
     } else {
         // No address typed: the all-zero marker item says so to the service.

@@ -5,16 +5,10 @@
 
 #include "framework/nd_cli_owned.h"
 #include "nd_cli_internal.h"
+#include "nd_request.h"
 
 namespace ndcli {
 
-// Owns one platform resource and gives it back with `Release` on every path out of the scope.
-
-// The word at `index`, or an empty text when the command has fewer words.
-inline const char *wordAt(int32_t argc, char **argv, int32_t index)
-{
-    return argv && index < argc && argv[index] ? argv[index] : "";
-}
 
 } // namespace ndcli
 

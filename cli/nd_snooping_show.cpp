@@ -10,6 +10,9 @@
 #include "nd_request.h"
 #include "nd_snooping.h"
 #include "render/nd_render.h"
+#include "framework/nd_cli_record.h"
+
+using ndcli::readAt;
 
 namespace {
 
@@ -92,13 +95,6 @@ enum class PageEnd {
 template <typename T> void writeAt(uint8_t *bytes, uint32_t offset, T value)
 {
     memcpy(bytes + offset, &value, sizeof value);
-}
-
-template <typename T> T readAt(const uint8_t *bytes, uint32_t offset)
-{
-    T value;
-    memcpy(&value, bytes + offset, sizeof value);
-    return value;
 }
 
 // Asks for, prints and accounts one page. The request's context is closed before return.
@@ -221,7 +217,7 @@ int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
         printInitFailed();
         return static_cast<int32_t>(result);
     }
-    const char *text = ndcli::wordAt(argc, argv, kObjectWord);
+    const char *text = ndcli::textAt(argc, argv, kObjectWord);
     uint8_t address[16];
     memset(address, 0, sizeof address);
     // Only a failure of the conversion itself stops here; a text that is no address goes on.
@@ -268,7 +264,7 @@ int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv)
 
 int32_t ndShowNdSnoopingUserBind(int32_t argc, char **argv)
 {
-    const char *kind = ndcli::wordAt(argc, argv, kObjectWord);
+    const char *kind = ndcli::textAt(argc, argv, kObjectWord);
     if (strcmp(kind, "static") == 0)
         return runListing(kUserBindTable, argc, argv, kTableUbStatic, false);
     if (strcmp(kind, "dynamic") == 0)

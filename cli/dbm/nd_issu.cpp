@@ -6,6 +6,10 @@
 #include <cstring>
 
 #include "vxlan/nd_cli_vxlan.h"
+#include "framework/nd_cli_record.h"
+#include "nd_request.h"
+
+using ndcli::u32At;
 
 namespace {
 
@@ -42,13 +46,6 @@ constexpr uint32_t kIssuBackup = 1;
 constexpr uint32_t kIssuRecover = 2;
 
 DBM_HANDLE gNdDbmLibIssuEcHandle = nullptr;
-
-uint32_t u32At(const uint8_t *p, size_t offset)
-{
-    uint32_t v;
-    memcpy(&v, p + offset, sizeof v);
-    return v;
-}
 
 void addressText(const uint8_t *entry, char (&text)[kAddressTextSize])
 {
@@ -215,7 +212,7 @@ int32_t nd_CliDbmDiagnoseShowIssu(int32_t argc, char **argv)
 
 int32_t ndCliVxlanHostIssu(int32_t argc, char **argv)
 {
-    const char *action = argc > 4 ? argv[4] : nullptr;
+    const char *action = ndcli::wordAt(argc, argv, 4);
     uint32_t selector = 0;
     if (action && action[0] == 'b')
         selector = kIssuBackup;

@@ -7,6 +7,7 @@
 
 #include "diagnose/nd_cli_diagnose.h"
 #include "framework/nd_cli_owned.h"
+#include "nd_request.h"
 
 namespace {
 
@@ -60,9 +61,8 @@ int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
 // A missing word compares unequal to everything.
 int32_t compareWord(int32_t argc, char **argv, int32_t index, const char *expected)
 {
-    if (index >= argc || !argv[index])
-        return -1;
-    return strcasecmp(argv[index], expected);
+    const char *word = ndcli::wordAt(argc, argv, index);
+    return word ? strcasecmp(word, expected) : -1;
 }
 
 } // namespace

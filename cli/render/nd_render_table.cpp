@@ -8,6 +8,9 @@
 
 #include "nd_cli_internal.h"
 #include "render/nd_render.h"
+#include "framework/nd_cli_record.h"
+
+using ndcli::readAt;
 
 namespace {
 
@@ -35,13 +38,6 @@ constexpr uint32_t kPrefixLengthOffset = 24;
 constexpr uint32_t kProxyModuleOffset = 0;
 constexpr uint32_t kProxyBeginOffset = 4;
 constexpr uint32_t kProxyEndOffset = 20;
-
-template <typename T> T readAt(const uint8_t *record, uint32_t offset)
-{
-    T value;
-    memcpy(&value, record + offset, sizeof value);
-    return value;
-}
 
 // Formats the 16 address bytes at `offset`; they need not be aligned.
 void addressText(const uint8_t *record, uint32_t offset, char (&text)[kAddressTextBytes])

@@ -7,6 +7,10 @@
 #include <cstring>
 
 #include "script/nd_cli_script_internal.h"
+#include "framework/nd_cli_record.h"
+
+using ndcli::u32At;
+using ndcli::u16At;
 
 namespace {
 
@@ -51,20 +55,6 @@ constexpr ScriptEntry kGlobalScript[] = {
     {kTypeUserBind, ndGlobalUbCfgScript},         {kTypeDetect, ndGlobalSnpDtctCfgScript},
     {kTypeAttackLog, ndGlobalSnpAttaLogCfgScript},
 };
-
-uint32_t u32At(const uint8_t *p)
-{
-    uint32_t v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
-
-uint16_t u16At(const uint8_t *p)
-{
-    uint16_t v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
 
 // Steps shared by every global callback: argument check, an existing record, the skip flag.
 // Returns the context when the record is to be read, else null with `result` set.

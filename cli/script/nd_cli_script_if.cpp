@@ -8,6 +8,10 @@
 #include <cstring>
 
 #include "script/nd_cli_script_internal.h"
+#include "framework/nd_cli_record.h"
+
+using ndcli::u32At;
+using ndcli::u16At;
 
 namespace {
 
@@ -26,20 +30,6 @@ constexpr size_t kVlanRecordSize = 56;
 constexpr size_t kVlanIdOffset = 12;
 constexpr size_t kPortIdOffset = 0;
 constexpr size_t kPortStateOffset = 8;
-
-uint32_t u32At(const uint8_t *p)
-{
-    uint32_t v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
-
-uint16_t u16At(const uint8_t *p)
-{
-    uint16_t v;
-    memcpy(&v, p, sizeof v);
-    return v;
-}
 
 uint16_t keyLength(const char *key)
 {

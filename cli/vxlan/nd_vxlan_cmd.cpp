@@ -4,6 +4,7 @@
 #include <strings.h>
 
 #include "vxlan/nd_cli_vxlan.h"
+#include "nd_request.h"
 
 namespace {
 
@@ -35,7 +36,7 @@ constexpr uint32_t kWordsWithoutIpv6 = 3;
 
 uint32_t valueWord(NdCliParam &block, const VxlanCfgCommand &command, int32_t argc, char **argv)
 {
-    const char *first = static_cast<int32_t>(block.argIndex) < argc ? argv[block.argIndex] : nullptr;
+    const char *first = ndcli::wordAt(argc, argv, static_cast<int32_t>(block.argIndex));
     block.argIndex += first && strcasecmp(first, "ipv6") == 0 ? kWordsWithIpv6 : kWordsWithoutIpv6;
     if (static_cast<int32_t>(block.argIndex) >= argc)
         return block.optKind == ND_CLI_OPT_UNDO ? command.undoDefault : 0;

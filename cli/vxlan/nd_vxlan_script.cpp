@@ -4,6 +4,9 @@
 
 #include "framework/nd_cli_owned.h"
 #include "vxlan/nd_cli_vxlan.h"
+#include "framework/nd_cli_record.h"
+
+using ndcli::u32At;
 
 namespace {
 
@@ -25,13 +28,6 @@ constexpr uint32_t kFlagMissDiscard = 8;
 
 constexpr uint32_t kDefaultTimeout = 360;
 constexpr uint32_t kDefaultLimit = 20480;
-
-uint32_t u32At(const uint8_t *p, size_t offset)
-{
-    uint32_t v;
-    memcpy(&v, p + offset, sizeof v);
-    return v;
-}
 
 } // namespace
 

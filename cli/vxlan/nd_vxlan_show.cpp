@@ -7,6 +7,10 @@
 #include <strings.h>
 
 #include "vxlan/nd_cli_vxlan.h"
+#include "framework/nd_cli_record.h"
+#include "nd_request.h"
+
+using ndcli::u16At;
 
 namespace {
 
@@ -74,22 +78,11 @@ private:
     }
 };
 
-uint16_t u16At(const uint8_t *p, size_t offset)
-{
-    uint16_t v;
-    memcpy(&v, p + offset, sizeof v);
-    return v;
-}
-
 // Reads a word that the grammar guarantees; a missing one reads as 0 instead of crashing.
 int32_t numberWord(int32_t argc, char **argv, int32_t index)
 {
-    return index < argc && argv[index] ? atoi(argv[index]) : 0;
-}
-
-const char *word(int32_t argc, char **argv, int32_t index)
-{
-    return index < argc ? argv[index] : nullptr;
+    const char *word = ndcli::wordAt(argc, argv, index);
+    return word ? atoi(word) : 0;
 }
 
 // Both table shows: optional VXLAN id, paged exchange, the title flag reset, the total.
@@ -187,7 +180,7 @@ int32_t ndCliVxlanHostclear(int32_t argc, char **argv)
     if (r != ND_OK)
         return printf("cli param init error %d!", static_cast<int32_t>(r));
     uint32_t vxlanId = 0;
-    const char *id = word(argc, argv, kVxlanIdWord);
+    const char *id = ndcli::wordAt(argc, argv, kVxlanIdWord);
     if (!id || strcmp(id, "all") != 0) {
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, kVxlanIdWord));
         nd_CliParamSet(&block, &vxlanId, sizeof vxlanId, kItemVxlanId, 0);
@@ -211,7 +204,7 @@ int32_t nd_CliVxlanDiagnoseShowVxlan(int32_t argc, char **argv)
     if (argc == 5 || argc == 6)
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, 4));
     if (argc == 6) {
-        const char *kind = word(argc, argv, 5);
+        const char *kind = ndcli::wordAt(argc, argv, 5);
         if (kind && strcasecmp(kind, "host") == 0)
             selector = 1;
         else if (kind && strcasecmp(kind, "mac") == 0)
