@@ -120,40 +120,68 @@ NdModulesState nd_modules_state()
 using ndplat::NdModulesState;
 using ndplat::NdPsSubscriber;
 
+namespace {
+
+// Every emulated command records its call with its words and honours an injected fault; it
+// then runs on the words with the modules' state held.
+template <typename Run> int32_t runCommand(const char *name, int32_t argc, char **argv, Run run)
+{
+    ndplat::trace_call(name, "%s", wordsText(argc, argv).c_str());
+    if (auto fault = ndplat::fault_next(name))
+        return static_cast<int32_t>(*fault);
+    std::vector<std::string> words = commandWords(argc, argv);
+    std::lock_guard<std::mutex> hold(modules().mutex);
+    return run(words, modules().state);
+}
+
+// The subscribers that "subscriber <name>" at `at` selects; empty, with the refusal printed,
+// when there is none of that name.
+std::vector<NdPsSubscriber *> namedSubscribers(NdModulesState &s, const std::vector<std::string> &words, size_t at)
+{
+    std::vector<NdPsSubscriber *> selected = selectSubscribers(s, words[at + 1]);
+    if (selected.empty())
+        printf("\n%% Subscriber %s does not exist.\n", words[at + 1].c_str());
+    return selected;
+}
+
+bool isSubscriberCommand(const std::vector<std::string> &words, size_t at)
+{
+    return at + 1 < words.size() && words[at] == "subscriber";
+}
+
+bool isPublisherCommand(const std::vector<std::string> &words, size_t at)
+{
+    return at < words.size() && words[at] == "publisher";
+}
+
+} // namespace
+
 extern "C" int32_t shell_nd6_proxy(int32_t argc, char **argv)
 {
-    ndplat::trace_call("shell_nd6_proxy", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("shell_nd6_proxy"))
-        return static_cast<int32_t>(*fault);
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    modules().state.proxyCalls++;
-    return 0;
+    return runCommand("shell_nd6_proxy", argc, argv, [](const std::vector<std::string> &, NdModulesState &s) {
+        s.proxyCalls++;
+        return 0;
+    });
 }
 
 // show nd-ps publisher [statistics]; show nd-ps subscriber {all-modules | <name>} [statisitcs]
 extern "C" int32_t nd_MposPublishRegShowCmd(int32_t argc, char **argv)
 {
-    ndplat::trace_call("nd_MposPublishRegShowCmd", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("nd_MposPublishRegShowCmd"))
-        return static_cast<int32_t>(*fault);
-    std::vector<std::string> words = commandWords(argc, argv);
-    size_t at = afterWord(words, "nd-ps");
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (at < words.size() && words[at] == "publisher") {
-        if (at + 1 < words.size())
-            printf("\nPublisher statistics:\n  Published : %u\n  Failed    : %u\n", s.published, s.publishFailed);
-        else
-            printf("\nPublisher  Subscribers  Debug\n---------  -----------  -----\nnd         %-11zu  %s\n",
-                   s.subscribers.size(), onOff(s.publisherDebug));
-        return 0;
-    }
-    if (at + 1 < words.size() && words[at] == "subscriber") {
-        std::vector<NdPsSubscriber *> selected = selectSubscribers(s, words[at + 1]);
-        if (selected.empty()) {
-            printf("\n%% Subscriber %s does not exist.\n", words[at + 1].c_str());
-            return 1;
+    return runCommand("nd_MposPublishRegShowCmd", argc, argv, [](const std::vector<std::string> &words, NdModulesState &s) {
+        size_t at = afterWord(words, "nd-ps");
+        if (isPublisherCommand(words, at)) {
+            if (at + 1 < words.size())
+                printf("\nPublisher statistics:\n  Published : %u\n  Failed    : %u\n", s.published, s.publishFailed);
+            else
+                printf("\nPublisher  Subscribers  Debug\n---------  -----------  -----\nnd         %-11zu  %s\n",
+                       s.subscribers.size(), onOff(s.publisherDebug));
+            return 0;
         }
+        if (!isSubscriberCommand(words, at))
+            return 1;
+        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        if (selected.empty())
+            return 1;
         bool counters = at + 2 < words.size();
         printf(counters ? "\nSubscriber        Received  Dropped\n----------------  --------  -------\n"
                         : "\nSubscriber        Debug\n----------------  -----\n");
@@ -164,108 +192,85 @@ extern "C" int32_t nd_MposPublishRegShowCmd(int32_t argc, char **argv)
                 printf("%-16s  %s\n", sub->module.c_str(), onOff(sub->debug));
         }
         return 0;
-    }
-    return 1;
+    });
 }
 
 // clear nd-ps publisher statistics; clear nd-ps subscriber {all-modules | <name>} statisitcs
 extern "C" int32_t nd_MposPublishRegClearCmd(int32_t argc, char **argv)
 {
-    ndplat::trace_call("nd_MposPublishRegClearCmd", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("nd_MposPublishRegClearCmd"))
-        return static_cast<int32_t>(*fault);
-    std::vector<std::string> words = commandWords(argc, argv);
-    size_t at = afterWord(words, "nd-ps");
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (at < words.size() && words[at] == "publisher") {
-        s.published = 0;
-        s.publishFailed = 0;
-        return 0;
-    }
-    if (at + 1 < words.size() && words[at] == "subscriber") {
-        std::vector<NdPsSubscriber *> selected = selectSubscribers(s, words[at + 1]);
-        if (selected.empty()) {
-            printf("\n%% Subscriber %s does not exist.\n", words[at + 1].c_str());
-            return 1;
+    return runCommand("nd_MposPublishRegClearCmd", argc, argv, [](const std::vector<std::string> &words, NdModulesState &s) {
+        size_t at = afterWord(words, "nd-ps");
+        if (isPublisherCommand(words, at)) {
+            s.published = 0;
+            s.publishFailed = 0;
+            return 0;
         }
+        if (!isSubscriberCommand(words, at))
+            return 1;
+        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
         for (NdPsSubscriber *sub : selected)
             sub->received = sub->dropped = 0;
-        return 0;
-    }
-    return 1;
+        return selected.empty() ? 1 : 0;
+    });
 }
 
 // [no] debug nd-ps publisher; [no] debug nd-ps subscriber {all-modules | <name>}
 extern "C" int32_t nd_MposPublishRegDebugCmd(int32_t argc, char **argv)
 {
-    ndplat::trace_call("nd_MposPublishRegDebugCmd", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("nd_MposPublishRegDebugCmd"))
-        return static_cast<int32_t>(*fault);
-    std::vector<std::string> words = commandWords(argc, argv);
-    bool on = !isNegated(words);
-    size_t at = afterWord(words, "nd-ps");
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (at < words.size() && words[at] == "publisher") {
-        s.publisherDebug = on;
-        printf("\nnd-ps publisher debug is %s\n", onOff(on));
-        return 0;
-    }
-    if (at + 1 < words.size() && words[at] == "subscriber") {
-        std::vector<NdPsSubscriber *> selected = selectSubscribers(s, words[at + 1]);
-        if (selected.empty()) {
-            printf("\n%% Subscriber %s does not exist.\n", words[at + 1].c_str());
-            return 1;
+    return runCommand("nd_MposPublishRegDebugCmd", argc, argv, [](const std::vector<std::string> &words, NdModulesState &s) {
+        bool on = !isNegated(words);
+        size_t at = afterWord(words, "nd-ps");
+        if (isPublisherCommand(words, at)) {
+            s.publisherDebug = on;
+            printf("\nnd-ps publisher debug is %s\n", onOff(on));
+            return 0;
         }
+        if (!isSubscriberCommand(words, at))
+            return 1;
+        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        if (selected.empty())
+            return 1;
         for (NdPsSubscriber *sub : selected) {
             sub->debug = on;
             printf("\nnd-ps subscriber %s debug is %s", sub->module.c_str(), onOff(on));
         }
         printf("\n");
         return 0;
-    }
-    return 1;
+    });
 }
 
 // show nd mlag {pts-list | cache-list | statistic}
 extern "C" int32_t nd_MlagShowCmd(int32_t argc, char **argv)
 {
-    ndplat::trace_call("nd_MlagShowCmd", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("nd_MlagShowCmd"))
-        return static_cast<int32_t>(*fault);
-    std::vector<std::string> words = commandWords(argc, argv);
-    size_t at = afterWord(words, "mlag");
-    const std::string what = at < words.size() ? words[at] : "";
-    if (what == "pts-list") {
-        printf("\nPeer-link  Port   State\n---------  -----  -----\n1          ge1/1  up\n");
-        return 0;
-    }
-    if (what == "cache-list") {
-        printf("\nIPv6 address  MAC address     Vlan\n------------  --------------  ----\nTotal: 0\n");
-        return 0;
-    }
-    if (what == "statistic") {
-        printf("\nSync sent     : 0\nSync received : 0\nSync dropped  : 0\n");
-        return 0;
-    }
-    return 1;
+    return runCommand("nd_MlagShowCmd", argc, argv, [](const std::vector<std::string> &words, NdModulesState &) {
+        size_t at = afterWord(words, "mlag");
+        const std::string what = at < words.size() ? words[at] : "";
+        if (what == "pts-list") {
+            printf("\nPeer-link  Port   State\n---------  -----  -----\n1          ge1/1  up\n");
+            return 0;
+        }
+        if (what == "cache-list") {
+            printf("\nIPv6 address  MAC address     Vlan\n------------  --------------  ----\nTotal: 0\n");
+            return 0;
+        }
+        if (what == "statistic") {
+            printf("\nSync sent     : 0\nSync received : 0\nSync dropped  : 0\n");
+            return 0;
+        }
+        return 1;
+    });
 }
 
 // debug nd mlag [ipv6 <address>]; no debug nd mlag
 extern "C" int32_t nd_MlagDebugCmd(int32_t argc, char **argv)
 {
-    ndplat::trace_call("nd_MlagDebugCmd", "%s", wordsText(argc, argv).c_str());
-    if (auto fault = ndplat::fault_next("nd_MlagDebugCmd"))
-        return static_cast<int32_t>(*fault);
-    std::vector<std::string> words = commandWords(argc, argv);
-    size_t at = afterWord(words, "ipv6");
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    s.mlagDebug = !isNegated(words);
-    s.mlagDebugAddress = s.mlagDebug && at < words.size() ? words[at] : "";
-    printMlagDebugState(s);
-    return 0;
+    return runCommand("nd_MlagDebugCmd", argc, argv, [](const std::vector<std::string> &words, NdModulesState &s) {
+        size_t at = afterWord(words, "ipv6");
+        s.mlagDebug = !isNegated(words);
+        s.mlagDebugAddress = s.mlagDebug && at < words.size() ? words[at] : "";
+        printMlagDebugState(s);
+        return 0;
+    });
 }
 
 extern "C" void nd_MposPublishCliDebugCtrl(uint32_t code)

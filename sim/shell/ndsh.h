@@ -43,6 +43,9 @@ struct Modifier {
 // a message when it cannot be performed here.
 bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, std::string &error);
 
+// The words from `from` on, joined by single blanks.
+std::string join_words(const std::vector<std::string> &words, size_t from);
+
 // Everything a command prints on standard output passes through here: while a command runs,
 // file descriptor 1 points into a capture; at every pager call and at the end of the command
 // the captured text is filtered by the modifier and shown through the pager.

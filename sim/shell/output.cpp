@@ -41,16 +41,6 @@ void write_all(int fd, std::string_view text)
     }
 }
 
-std::string join_from(const std::vector<std::string> &words, size_t from)
-{
-    std::string text;
-    for (size_t i = from; i < words.size(); ++i) {
-        if (!text.empty())
-            text += ' ';
-        text += words[i];
-    }
-    return text;
-}
 
 // One key from the terminal without waiting for a line; -1 at the end of input.
 int read_key(int fd)
@@ -92,6 +82,17 @@ std::string read_answer(int fd)
 
 } // namespace
 
+std::string join_words(const std::vector<std::string> &words, size_t from)
+{
+    std::string text;
+    for (size_t i = from; i < words.size(); ++i) {
+        if (!text.empty())
+            text += ' ';
+        text += words[i];
+    }
+    return text;
+}
+
 bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, std::string &error)
 {
     modifier = Modifier{};
@@ -103,18 +104,18 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
     const std::string &what = argv[bar + 1];
     if (what == "begin") {
         modifier.kind = Modifier::Kind::Begin;
-        modifier.pattern = join_from(argv, bar + 2);
+        modifier.pattern = join_words(argv, bar + 2);
     } else if (what == "include") {
         if (bar + 3 < argv.size() && argv[bar + 2] == "context") {
             modifier.kind = Modifier::Kind::IncludeContext;
-            modifier.pattern = join_from(argv, bar + 3);
+            modifier.pattern = join_words(argv, bar + 3);
         } else {
             modifier.kind = Modifier::Kind::Include;
-            modifier.pattern = join_from(argv, bar + 2);
+            modifier.pattern = join_words(argv, bar + 2);
         }
     } else if (what == "exclude") {
         modifier.kind = Modifier::Kind::Exclude;
-        modifier.pattern = join_from(argv, bar + 2);
+        modifier.pattern = join_words(argv, bar + 2);
     } else if (what == "redirect") {
         if (bar + 3 < argv.size() && argv[bar + 2] == "file") {
             modifier.kind = Modifier::Kind::Redirect;

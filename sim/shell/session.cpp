@@ -91,17 +91,6 @@ int32_t collect_key(DBM_HANDLE, const void *key, uint16_t keyLen, void *arg)
     return 0;
 }
 
-std::string join_words(const std::vector<std::string> &words, size_t from)
-{
-    std::string text;
-    for (size_t i = from; i < words.size(); ++i) {
-        if (!text.empty())
-            text += ' ';
-        text += words[i];
-    }
-    return text;
-}
-
 std::string trim(std::string_view text)
 {
     size_t b = 0, e = text.size();
