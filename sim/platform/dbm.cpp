@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <set>
 
@@ -44,6 +45,8 @@ struct Registry {
     std::mutex mutex;
     std::set<Handle *> handles;
     std::set<Iterator *> iterators;
+    std::map<std::string, std::string> damaged; // database -> why
+    std::set<std::string> reported;             // of those, the ones the shell has told
     bool storageChosen = false;
     DbmStorage storage = DbmStorage::Memory;
     std::string stateDir;
@@ -100,6 +103,8 @@ void resetDbm()
         r.storage = DbmStorage::Memory;
         r.storageChosen = true;
         r.stateDir.clear();
+        r.damaged.clear();
+        r.reported.clear();
     }
     for (Handle *h : handles)
         delete h;
@@ -171,6 +176,17 @@ bool relativeDir(const char *path, std::string &out)
     return true;
 }
 
+void reportDamage(const std::string &db, const std::string &why)
+{
+    Registry &r = registry();
+    {
+        std::lock_guard<std::mutex> hold(r.mutex);
+        if (!r.damaged.emplace(db, why).second)
+            return;
+    }
+    fprintf(stderr, "dbm: the configuration database %s is damaged: %s\n", db.c_str(), why.c_str());
+}
+
 bool validName(const std::string &db)
 {
     if (db.empty() || db.size() > 200 || db.front() == '.')
@@ -223,6 +239,47 @@ std::string dbm_state_dir()
     }
     const char *env = getenv("NDSIM_STATE");
     return env && *env ? env : "./ndsim-state";
+}
+
+std::vector<DbmDamage> dbm_damaged()
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> hold(r.mutex);
+    std::vector<DbmDamage> all;
+    for (const auto &[db, why] : r.damaged)
+        all.push_back({db, why});
+    return all;
+}
+
+std::vector<DbmDamage> dbm_damage_unreported()
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> hold(r.mutex);
+    std::vector<DbmDamage> fresh;
+    for (const auto &[db, why] : r.damaged)
+        if (r.reported.insert(db).second)
+            fresh.push_back({db, why});
+    return fresh;
+}
+
+void dbm_damage_forget(const std::string &db)
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> hold(r.mutex);
+    r.damaged.erase(db);
+    r.reported.erase(db);
+}
+
+bool dbm_check(const std::string &db)
+{
+    return !dbm::validName(db) || currentStorage().check(db);
+}
+
+std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db)
+{
+    if (!dbm::validName(db))
+        return nullptr;
+    return currentStorage().open(db);
 }
 
 long dbm_open_handles()

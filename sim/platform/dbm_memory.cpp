@@ -38,6 +38,7 @@ using Database = std::map<Bytes, Record>;
 struct MemoryState {
     std::mutex mutex;
     std::map<std::string, Database> databases;
+    std::map<std::string, uint64_t> versions; // database -> commits so far
     std::map<std::string, std::map<std::string, Database>> saved; // directory -> name -> copy
 };
 
@@ -87,6 +88,7 @@ public:
     int32_t write(const Bytes &key, uint32_t valueType, const void *value, uint32_t length) override
     {
         std::lock_guard<std::mutex> hold(state().mutex);
+        changed();
         Record &r = database()[key];
         r = Record{};
         r.valueType = valueType;
@@ -97,6 +99,7 @@ public:
     int32_t erase(const Bytes &key) override
     {
         std::lock_guard<std::mutex> hold(state().mutex);
+        changed();
         database().erase(key);
         return 0;
     }
@@ -118,6 +121,7 @@ public:
                    it->second.list.sortKeyLen != sortKeyLen) {
             return -1;
         }
+        changed();
         const char *bytes = static_cast<const char *>(entry);
         it->second.list.entries[Bytes(bytes, sortKeyLen)] = Bytes(bytes, entrySize);
         return 0;
@@ -130,6 +134,7 @@ public:
         auto it = db.find(key);
         if (it == db.end() || !it->second.isList)
             return 0;
+        changed();
         it->second.list.entries.erase(sortKey);
         if (it->second.list.entries.empty())
             db.erase(it);
@@ -152,8 +157,17 @@ public:
         return static_cast<int32_t>(out.size());
     }
 
+    uint64_t dataVersion() override
+    {
+        std::lock_guard<std::mutex> hold(state().mutex);
+        return state().versions[db_];
+    }
+
+    std::string lastError() const override { return {}; }
+
 private:
     Database &database() { return state().databases[db_]; }
+    void changed() { ++state().versions[db_]; }
 
     const Record *find(const Bytes &key)
     {
@@ -202,7 +216,11 @@ public:
         std::lock_guard<std::mutex> hold(state().mutex);
         state().databases.clear();
         state().saved.clear();
+        state().versions.clear();
     }
+
+    // Nothing in memory can be damaged behind the process's back.
+    bool check(const std::string &) override { return true; }
 };
 
 } // namespace

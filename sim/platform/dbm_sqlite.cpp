@@ -16,6 +16,8 @@
 #include <unistd.h>
 
 #include <array>
+#include <map>
+#include <mutex>
 #include <chrono>
 #include <cerrno>
 #include <cstdint>
@@ -44,6 +46,7 @@ enum Statement {
     kInsertList,
     kUpsertEntry,
     kDeleteEntry,
+    kDataVersion,
     kStatementCount
 };
 
@@ -61,6 +64,7 @@ constexpr std::array<const char *, kStatementCount> kSql = {
     "INSERT INTO records(key, type, value, entry_size, sort_len) VALUES(?1, ?2, NULL, ?3, ?4)",
     "INSERT OR REPLACE INTO list_entries(list_key, sort_key, entry) VALUES(?1, ?2, ?3)",
     "DELETE FROM list_entries WHERE list_key = ?1 AND sort_key = ?2",
+    "PRAGMA data_version",
 };
 
 constexpr const char *kSchema =
@@ -129,12 +133,21 @@ public:
             sqlite3_close(db_);
     }
 
-    bool open(const std::string &path, bool readOnly)
+    // Opens the file of database `name`. A file that changed since it last passed the integrity
+    // check is checked first: a damaged database is reported and not opened.
+    bool open(const std::string &path, const std::string &name, bool readOnly)
     {
+        name_ = name;
         int flags = readOnly ? SQLITE_OPEN_READONLY : (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-        if (sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+        int rc = sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+        if (rc != SQLITE_OK) {
+            if (db_)
+                note(rc);
             return false;
+        }
         sqlite3_busy_timeout(db_, kBusyTimeoutMs);
+        if (!checkedSinceChange(path))
+            return false;
         if (readOnly)
             return true;
         if (!execRetry(db_, "PRAGMA synchronous=NORMAL"))
@@ -145,6 +158,32 @@ public:
         return execRetry(db_, "PRAGMA journal_mode=WAL") && execRetry(db_, kSchema);
     }
 
+    // SQLite's quick check of every page of the database; false, with the damage reported,
+    // when it finds a fault or cannot read the file as a database.
+    bool intact()
+    {
+        sqlite3_stmt *check = nullptr;
+        int rc = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &check, nullptr);
+        std::string verdict;
+        if (rc == SQLITE_OK) {
+            rc = step(check);
+            if (rc == SQLITE_ROW) {
+                const unsigned char *text = sqlite3_column_text(check, 0);
+                verdict = text ? reinterpret_cast<const char *>(text) : "";
+            }
+        } else {
+            note(rc);
+        }
+        sqlite3_finalize(check);
+        if (rc != SQLITE_ROW)
+            return false;
+        if (verdict != "ok") {
+            reportDamage(name_, "integrity check: " + verdict);
+            return false;
+        }
+        return true;
+    }
+
     bool keys(uint32_t valueType, std::vector<Bytes> &out) override
     {
         Use s(this, kKeysOfType);
@@ -152,7 +191,7 @@ public:
             return false;
         sqlite3_bind_int64(s, 1, valueType);
         int rc;
-        while ((rc = sqlite3_step(s)) == SQLITE_ROW)
+        while ((rc = step(s)) == SQLITE_ROW)
             out.push_back(columnBytes(s, 0));
         return rc == SQLITE_DONE;
     }
@@ -164,7 +203,7 @@ public:
         if (found <= 0 || info.entrySize == 0)
             return found <= 0 ? found : static_cast<int32_t>(info.value.size());
         // A list: its record and its entries from one snapshot.
-        Transaction read(db_, false);
+        Transaction read(this, false);
         if (!read)
             return -1;
         found = record(key, info);
@@ -200,7 +239,7 @@ public:
         if (info.entrySize == 0)
             return 1;
         // A list: its record and its entries from one snapshot.
-        Transaction read(db_, false);
+        Transaction read(this, false);
         if (!read || (found = record(key, info)) <= 0)
             return read ? found : -1;
         if (info.entrySize == 0) {
@@ -213,14 +252,14 @@ public:
         bindBytes(s, 1, key.data(), key.size());
         value.clear();
         int rc = SQLITE_DONE;
-        while (value.size() < limit && (rc = sqlite3_step(s)) == SQLITE_ROW)
+        while (value.size() < limit && (rc = step(s)) == SQLITE_ROW)
             value += columnBytes(s, 0);
         return rc == SQLITE_ROW || rc == SQLITE_DONE ? 1 : -1;
     }
 
     int32_t write(const Bytes &key, uint32_t valueType, const void *value, uint32_t length) override
     {
-        Transaction write(db_, true);
+        Transaction write(this, true);
         if (!write || !run(kDeleteEntries, key))
             return -1;
         Use s(this, kUpsertPlain);
@@ -229,14 +268,14 @@ public:
         bindBytes(s, 1, key.data(), key.size());
         sqlite3_bind_int64(s, 2, valueType);
         bindBytes(s, 3, value, length);
-        if (sqlite3_step(s) != SQLITE_DONE)
+        if (step(s) != SQLITE_DONE)
             return -1;
         return write.commit() ? 0 : -1;
     }
 
     int32_t erase(const Bytes &key) override
     {
-        Transaction write(db_, true);
+        Transaction write(this, true);
         if (!write || !run(kDeleteEntries, key) || !run(kDeleteRecord, key))
             return -1;
         return write.commit() ? 0 : -1;
@@ -245,7 +284,7 @@ public:
     int32_t listAdd(const Bytes &key, uint32_t valueType, const void *entry, uint32_t entrySize,
                     uint32_t sortKeyLen) override
     {
-        Transaction write(db_, true);
+        Transaction write(this, true);
         if (!write)
             return -1;
         RecordInfo info;
@@ -260,7 +299,7 @@ public:
             sqlite3_bind_int64(s, 2, valueType);
             sqlite3_bind_int64(s, 3, entrySize);
             sqlite3_bind_int64(s, 4, sortKeyLen);
-            if (sqlite3_step(s) != SQLITE_DONE)
+            if (step(s) != SQLITE_DONE)
                 return -1;
         } else if (info.entrySize != entrySize || info.sortKeyLen != sortKeyLen) {
             return -1;
@@ -271,14 +310,14 @@ public:
         bindBytes(s, 1, key.data(), key.size());
         bindBytes(s, 2, entry, sortKeyLen);
         bindBytes(s, 3, entry, entrySize);
-        if (sqlite3_step(s) != SQLITE_DONE)
+        if (step(s) != SQLITE_DONE)
             return -1;
         return write.commit() ? 0 : -1;
     }
 
     int32_t listDel(const Bytes &key, const Bytes &sortKey) override
     {
-        Transaction write(db_, true);
+        Transaction write(this, true);
         if (!write)
             return -1;
         RecordInfo info;
@@ -292,7 +331,7 @@ public:
             return -1;
         bindBytes(s, 1, key.data(), key.size());
         bindBytes(s, 2, sortKey.data(), sortKey.size());
-        if (sqlite3_step(s) != SQLITE_DONE)
+        if (step(s) != SQLITE_DONE)
             return -1;
         int64_t left = listCount(key);
         if (left < 0 || (left == 0 && !run(kDeleteRecord, key)))
@@ -313,7 +352,7 @@ public:
             sqlite3_bind_int64(s, 2, maxCount);
         }
         int rc;
-        while ((rc = sqlite3_step(s)) == SQLITE_ROW) {
+        while ((rc = step(s)) == SQLITE_ROW) {
             position.started = true;
             position.sortKey = columnBytes(s, 0);
             out.push_back(columnBytes(s, 1));
@@ -321,7 +360,17 @@ public:
         return rc == SQLITE_DONE ? static_cast<int32_t>(out.size()) : -1;
     }
 
+    uint64_t dataVersion() override
+    {
+        Use s(this, kDataVersion);
+        return s && step(s) == SQLITE_ROW ? static_cast<uint64_t>(sqlite3_column_int64(s, 0)) : 0;
+    }
+
+    std::string lastError() const override { return lastError_; }
+
 private:
+    bool checkedSinceChange(const std::string &path);
+
     struct RecordInfo {
         uint32_t entrySize = 0;
         uint32_t sortKeyLen = 0;
@@ -352,7 +401,7 @@ private:
     // (IMMEDIATE), waiting through the busy timeout; readers see one snapshot.
     class Transaction {
     public:
-        Transaction(sqlite3 *db, bool write) : db_(db)
+        Transaction(SqliteConnection *c, bool write) : c_(c)
         {
             // The busy timeout normally covers the wait for the write lock; a refusal that
             // comes back at once (seen under heavy load, with a second writer in the same
@@ -360,42 +409,66 @@ private:
             const char *begin = write ? "BEGIN IMMEDIATE" : "BEGIN";
             auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kBusyTimeoutMs);
             int rc;
-            while ((rc = sqlite3_exec(db_, begin, nullptr, nullptr, nullptr)) == SQLITE_BUSY ||
+            while ((rc = sqlite3_exec(c_->db_, begin, nullptr, nullptr, nullptr)) == SQLITE_BUSY ||
                    rc == SQLITE_LOCKED) {
                 if (std::chrono::steady_clock::now() >= deadline)
                     break;
                 usleep(1000);
             }
             open_ = rc == SQLITE_OK;
-            if (!open_)
-                fprintf(stderr, "dbm: cannot begin a transaction: %s\n", sqlite3_errmsg(db_));
+            if (!open_) {
+                c_->note(rc);
+                fprintf(stderr, "dbm: cannot begin a transaction: %s\n", sqlite3_errmsg(c_->db_));
+            }
         }
         ~Transaction()
         {
             if (open_)
-                sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+                sqlite3_exec(c_->db_, "ROLLBACK", nullptr, nullptr, nullptr);
         }
         Transaction(const Transaction &) = delete;
         Transaction &operator=(const Transaction &) = delete;
         explicit operator bool() const { return open_; }
         bool commit()
         {
-            bool ok = sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
-            open_ = !ok;
-            return ok;
+            int rc = sqlite3_exec(c_->db_, "COMMIT", nullptr, nullptr, nullptr);
+            if (rc != SQLITE_OK)
+                c_->note(rc);
+            open_ = rc != SQLITE_OK;
+            return !open_;
         }
 
     private:
-        sqlite3 *db_;
+        SqliteConnection *c_;
         bool open_ = false;
     };
 
+    // Remembers why a call failed; corruption is also reported as damage of the database.
+    void note(int rc)
+    {
+        lastError_ = sqlite3_errmsg(db_);
+        int primary = rc & 0xff;
+        if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB)
+            reportDamage(name_, lastError_);
+    }
+
+    int step(sqlite3_stmt *s)
+    {
+        int rc = sqlite3_step(s);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+            note(rc);
+        return rc;
+    }
+
     sqlite3_stmt *statement(Statement which)
     {
-        if (!statements_[which] &&
-            sqlite3_prepare_v3(db_, kSql[which], -1, SQLITE_PREPARE_PERSISTENT, &statements_[which], nullptr) !=
-                SQLITE_OK)
-            statements_[which] = nullptr;
+        if (!statements_[which]) {
+            int rc = sqlite3_prepare_v3(db_, kSql[which], -1, SQLITE_PREPARE_PERSISTENT, &statements_[which], nullptr);
+            if (rc != SQLITE_OK) {
+                note(rc);
+                statements_[which] = nullptr;
+            }
+        }
         return statements_[which];
     }
 
@@ -406,7 +479,7 @@ private:
         if (!s)
             return -1;
         bindBytes(s, 1, key.data(), key.size());
-        int rc = sqlite3_step(s);
+        int rc = step(s);
         if (rc == SQLITE_DONE)
             return 0;
         if (rc != SQLITE_ROW)
@@ -423,7 +496,7 @@ private:
         if (!s)
             return -1;
         bindBytes(s, 1, key.data(), key.size());
-        return sqlite3_step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
+        return step(s) == SQLITE_ROW ? sqlite3_column_int64(s, 0) : -1;
     }
 
     bool run(Statement which, const Bytes &key)
@@ -432,12 +505,66 @@ private:
         if (!s)
             return false;
         bindBytes(s, 1, key.data(), key.size());
-        return sqlite3_step(s) == SQLITE_DONE;
+        return step(s) == SQLITE_DONE;
     }
 
     sqlite3 *db_ = nullptr;
+    std::string name_;
+    std::string lastError_;
     std::array<sqlite3_stmt *, kStatementCount> statements_{};
 };
+
+// The identity of each database file when it last passed the integrity check in this process.
+// The check runs again only when the file changed since (a checkpoint of another writer, or
+// damage done behind SQLite's back), so that opening a database stays cheap.
+struct FileIdentity {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    int64_t modifiedNs = 0;
+    bool operator==(const FileIdentity &) const = default;
+};
+
+struct CheckedFiles {
+    std::mutex mutex;
+    std::map<std::string, FileIdentity> files;
+};
+
+CheckedFiles &checkedFiles()
+{
+    static CheckedFiles c;
+    return c;
+}
+
+bool identityOf(const std::string &path, FileIdentity &id)
+{
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0)
+        return false;
+    id = {st.st_dev, st.st_ino, st.st_size,
+          static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+    return true;
+}
+
+bool SqliteConnection::checkedSinceChange(const std::string &path)
+{
+    FileIdentity before;
+    // A file that is not there yet, or still empty, is being created: nothing to check.
+    if (!identityOf(path, before) || before.size == 0)
+        return true;
+    CheckedFiles &c = checkedFiles();
+    {
+        std::lock_guard<std::mutex> hold(c.mutex);
+        auto it = c.files.find(path);
+        if (it != c.files.end() && it->second == before)
+            return true;
+    }
+    if (!intact())
+        return false;
+    std::lock_guard<std::mutex> hold(c.mutex);
+    c.files[path] = before;
+    return true;
+}
 
 // Copies one database file into another path through SQLite's backup, which reads one
 // consistent snapshot even while other connections write; the copy appears under its final
@@ -485,7 +612,7 @@ public:
         if (!makeDirs(dir))
             return nullptr;
         auto connection = std::make_unique<SqliteConnection>();
-        if (!connection->open(dbPath(dir, db), false))
+        if (!connection->open(dbPath(dir, db), db, false))
             return nullptr;
         return connection;
     }
@@ -520,12 +647,21 @@ public:
             return std::nullopt;
         SqliteConnection c;
         Bytes value;
-        if (!c.open(path, true) || c.whole(key, value) != 1)
+        if (!c.open(path, db, true) || c.whole(key, value) != 1)
             return std::nullopt;
         return value;
     }
 
     void clear() override {}
+
+    bool check(const std::string &db) override
+    {
+        std::string path = dbPath(ndplat::dbm_state_dir(), db);
+        if (access(path.c_str(), F_OK) != 0)
+            return true;
+        SqliteConnection c;
+        return c.open(path, db, true) && c.intact();
+    }
 };
 
 } // namespace

@@ -37,6 +37,14 @@ public:
     // one. -1 on a storage failure.
     virtual int32_t listNext(const Bytes &key, ListPosition &position, uint32_t maxCount,
                              std::vector<Bytes> &entries) = 0;
+    // A number that differs from the one the previous call returned when another connection
+    // (of this process or another) has committed a change since; the shell compares it to know
+    // when its cached view of a database is stale. It may also change for this connection's
+    // own commits.
+    virtual uint64_t dataVersion() = 0;
+    // Why the last failing call failed, in words for the operator ("database or disk is full");
+    // empty when the storage has nothing to say.
+    virtual std::string lastError() const = 0;
 };
 
 class Storage {
@@ -49,6 +57,9 @@ public:
     virtual std::optional<Bytes> savedValue(const std::string &dir, const std::string &db, const Bytes &key) = 0;
     // Forgets every database (only the memory storage has something to forget).
     virtual void clear() = 0;
+    // Checks the database's integrity now (SQLite's quick check of every page); false, with
+    // the damage reported, when it fails. A database that does not exist is intact.
+    virtual bool check(const std::string &db) = 0;
 };
 
 Storage &memoryStorage();
@@ -58,6 +69,10 @@ Storage *sqliteStorage(); // null where SQLite is not built in
 // the state directory or is empty.
 bool relativeDir(const char *path, std::string &out);
 bool validName(const std::string &db);
+
+// A storage found the database damaged (a corrupt page, a file that is no database, a failed
+// integrity check): remembered for the process and logged once on stderr.
+void reportDamage(const std::string &db, const std::string &why);
 
 } // namespace ndplat::dbm
 

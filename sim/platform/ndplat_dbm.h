@@ -80,6 +80,7 @@
 #define NDPLAT_DBM_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -95,6 +96,10 @@ int32_t DBM_DelFromSortList(DBM_HANDLE h, const void *key, uint16_t keyLen, cons
 }
 
 namespace ndplat {
+
+namespace dbm {
+class Connection;
+}
 
 enum class DbmStorage { Memory, Sqlite };
 
@@ -116,6 +121,31 @@ long dbm_live_iterators();
 // nothing when the saved database or the record does not exist.
 std::optional<std::vector<uint8_t>> dbm_saved_value(const std::string &path, const std::string &db,
                                                     const void *key, uint16_t keyLen);
+
+// ---- damage ------------------------------------------------------------------------------
+// A database whose file SQLite found corrupt or not a database at all, or that failed the
+// integrity check that runs when a changed file is opened. Such a database is not opened
+// again (DBM_Open returns 2) until its file is replaced.
+struct DbmDamage {
+    std::string db;
+    std::string why; // SQLite's words
+};
+// Every database this process found damaged and has not been told to forget.
+std::vector<DbmDamage> dbm_damaged();
+// The damage found since the previous call, each database once: what the shell reports at the
+// command that met it.
+std::vector<DbmDamage> dbm_damage_unreported();
+// Forgets a database's damage (its file was set aside and a fresh one will be created).
+void dbm_damage_forget(const std::string &db);
+// Runs the integrity check of a database now; false when it is damaged (and then recorded).
+bool dbm_check(const std::string &db);
+
+// ---- the emulator's own records ----------------------------------------------------------
+// Opens a database for records that the emulator keeps for itself (the shell's inventory), on
+// the current storage and in the state directory, without the call trace and fault injection
+// of DBM_Open: the operator's `--fault DBM_*` is aimed at the plug-in. Null when it cannot be
+// opened (also when it is damaged).
+std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db);
 
 // Mutexes created and not destroyed; destroys one that is no longer in use (tests only).
 long sem_live();

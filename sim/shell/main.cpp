@@ -222,7 +222,6 @@ int main(int argc, char **argv)
             if (ndsh::run_lines({line}, options.echo) != 0)
                 status = 1;
     }
-    session.inventory().save();
     fflush(stdout);
     return status;
 }

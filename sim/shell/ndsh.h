@@ -6,12 +6,15 @@
 #define NDSH_H
 
 #include <cstdint>
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "cmd_grammar.h"
+#include "dbm_storage.h"
 
 namespace ndsh {
 
@@ -113,23 +116,48 @@ private:
 };
 
 // ---- session -----------------------------------------------------------------------------------------
-// What the shell knows of the switch it configures; kept in the configuration database
-// "ndsh_inventory" so that a later start finds it again.
-struct Inventory {
-    std::set<int32_t> vlans, superVlans, vxlans, vlanIfs, loopbacks;
-    std::set<int32_t> ports;       // port IDs of the ports configured so far
-    std::set<int32_t> routedPorts; // of those, the ones after "no switchport"
-    std::set<int32_t> aggregations;
-    bool mgmt = false;
+// What the shell knows of the switch it configures: VLANs, super VLANs, VXLAN instances and
+// interfaces. Every change is committed to the configuration database "ndsh_inventory" before
+// the shell acts on it, one transaction per change, so that a crash of the shell loses nothing
+// it acknowledged and every shell on the same state directory sees what the others stored.
+class Inventory {
+public:
+    enum class Kind : uint32_t {
+        Vlan = 1,
+        SuperVlan,
+        Vxlan,
+        VlanIf,
+        Loopback,
+        Port,       // port IDs of the ports configured so far
+        RoutedPort, // of those, the ones after "no switchport"
+        Aggregation,
+        Mgmt, // the management interface, number 0
+    };
 
-    void clear();
-    void load();
-    // Writes the inventory back when it changed since it was loaded or saved.
-    void save();
+    Inventory();
+    const std::set<int32_t> &of(Kind kind) const { return sets_[static_cast<size_t>(kind)]; }
+    bool has(Kind kind, int32_t number) const { return of(kind).count(number) != 0; }
+
+    // Reads the stored inventory again when another shell changed it since the last look.
+    void refresh();
+    // Stores one change; false with the operator's message when the database refused it, and
+    // then nothing changed. Removing what is not there stores nothing.
+    bool add(Kind kind, int32_t number, std::string &error);
+    bool remove(Kind kind, int32_t number, std::string &error);
+    // Removes every object but the default VLAN (a reload).
+    bool reset(std::string &error);
+    // Lets go of the database (before its file is set aside).
+    void close();
 
 private:
-    std::string saved_; // the inventory as last loaded or saved
-    std::string text() const;
+    static constexpr size_t kKinds = static_cast<size_t>(Kind::Mgmt) + 1;
+    bool open();
+    void read_all();
+
+    std::set<int32_t> sets_[kKinds];
+    std::unique_ptr<ndplat::dbm::Connection> store_;
+    uint64_t version_ = 0;
+    bool loaded_ = false;
 };
 
 // The mode the operator is in and the object it configures.
@@ -141,6 +169,7 @@ struct Context {
     int32_t portId = 0;  // port or aggregation
     std::string ifName;  // the interface name handlers read with SHELL_GetEnv(1)
     std::string tag;     // inside the prompt's parentheses
+    std::pair<Inventory::Kind, int32_t> stored{Inventory::Kind::Vlan, 0}; // what the inventory keeps of it
 };
 
 class Session {

@@ -82,16 +82,17 @@ private:
 
 void write_sections(Writer &w)
 {
-    Inventory &inv = Session::instance().inventory();
+    using Kind = Inventory::Kind;
+    const Inventory &inv = Session::instance().inventory();
     w.line("!");
     if (!w.section("", [&] { w.run(kKindGlobal, 0, 0); }))
         return;
-    for (int32_t vlan : inv.vlans)
+    for (int32_t vlan : inv.of(Kind::Vlan))
         if (!w.section("vlan " + std::to_string(vlan), [&] { w.run(kKindVlan, static_cast<uintptr_t>(vlan), 0); }))
             return;
     auto superVlan = reinterpret_cast<SuperVlanHandler>(
         Session::instance().plugin() ? dlsym(Session::instance().plugin(), "ND_SuperVlanScriptHandler") : nullptr);
-    for (int32_t id : inv.superVlans)
+    for (int32_t id : inv.of(Kind::SuperVlan))
         if (!w.section("super-vlan " + std::to_string(id), [&] {
                 if (superVlan)
                     superVlan(w.fd(), static_cast<uintptr_t>(id));
@@ -100,21 +101,21 @@ void write_sections(Writer &w)
     auto layer3 = [&](const std::string &header, const std::string &name, uint32_t kind) {
         return w.section(header, [&] { w.run(kind, 0, reinterpret_cast<uintptr_t>(name.c_str())); });
     };
-    for (int32_t n : inv.vlanIfs)
+    for (int32_t n : inv.of(Kind::VlanIf))
         if (!layer3("interface vlan " + std::to_string(n), "vlan" + std::to_string(n), kKindVlanIf))
             return;
-    for (int32_t n : inv.loopbacks)
+    for (int32_t n : inv.of(Kind::Loopback))
         if (!layer3("interface loopback " + std::to_string(n), "loopback" + std::to_string(n), kKindOtherIf))
             return;
-    if (inv.mgmt && !layer3("interface mgmt 0", "mgmt0", kKindOtherIf))
+    if (!inv.of(Kind::Mgmt).empty() && !layer3("interface mgmt 0", "mgmt0", kKindOtherIf))
         return;
-    for (int32_t id : inv.ports) {
+    for (int32_t id : inv.of(Kind::Port)) {
         const ndplat::PortInfo *info = ndplat::port_find(id);
         if (!info || info->aggregation)
             continue;
         std::string name = info->name;
         std::string number = name.substr(std::string("gigabitethernet").size());
-        bool routed = inv.routedPorts.count(id) != 0;
+        bool routed = inv.has(Kind::RoutedPort, id);
         if (!w.section("interface gigabitethernet " + number, [&] {
                 if (routed) {
                     w.line(" no switchport");
@@ -124,7 +125,7 @@ void write_sections(Writer &w)
             }))
             return;
     }
-    for (int32_t n : inv.aggregations) {
+    for (int32_t n : inv.of(Kind::Aggregation)) {
         int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(n));
         if (!id)
             continue;
@@ -132,7 +133,7 @@ void write_sections(Writer &w)
                        [&] { w.run(kKindPort, 0, static_cast<uintptr_t>(id)); }))
             return;
     }
-    for (int32_t id : inv.vxlans)
+    for (int32_t id : inv.of(Kind::Vxlan))
         if (!w.section("vxlan " + std::to_string(id), [&] { w.run(kKindVxlan, static_cast<uintptr_t>(id), 0); }))
             return;
     w.line("end\n");

@@ -30,7 +30,6 @@ constexpr uint32_t kEnvSuperVlan = 136;
 constexpr uint32_t kEnvVxlan = 164;
 
 constexpr const char *kHostname = "switch";
-constexpr const char *kInventoryDb = "ndsh_inventory";
 constexpr const char *kStartupConfig = "startup-config";
 constexpr const char *kBootedMarker = "ndsh.booted";
 constexpr int32_t kDefaultVlan = 1;
@@ -42,9 +41,8 @@ bool service_needs_start(int32_t state)
     return state == 0 || state == 1 || state == 4;
 }
 
-// The shell's own database work is not what an operator wants to see traced: the echo stays
-// quiet meanwhile. (Faults are armed after the inventory is loaded; the inventory written by
-// `write` and at the end of a session does count against DBM_* faults.)
+// The shell's own platform calls (service start and stop, `write`'s copy of the databases) are
+// not what an operator wants to see traced: the echo stays quiet meanwhile.
 class QuietTrace {
 public:
     QuietTrace() { ndplat::trace_echo(nullptr); }
@@ -54,42 +52,6 @@ public:
             ndplat::trace_echo(stderr);
     }
 };
-
-// Inventory records in "ndsh_inventory": key "<kind> <number>", value type the kind, value
-// the number (32-bit).
-enum InventoryType : uint32_t {
-    kInvVlan = 1,
-    kInvSuperVlan,
-    kInvVxlan,
-    kInvVlanIf,
-    kInvLoopback,
-    kInvPort,
-    kInvRoutedPort,
-    kInvAggregation,
-    kInvMgmt,
-};
-constexpr const char *kInventoryKinds[] = {"", "vlan", "super-vlan", "vxlan", "vlan-if", "loopback",
-                                           "port", "routed-port", "aggregation", "mgmt"};
-
-const uint32_t kDbmParams[7] = {1, 1, 256, 0, 0, 0, 0};
-
-int32_t collect_record(DBM_HANDLE h, const void *key, uint16_t keyLen, void *arg)
-{
-    int32_t value = 0;
-    if (DBM_GetUniqueBinary(h, key, keyLen, 0, &value, sizeof value) == static_cast<int32_t>(sizeof value))
-        static_cast<std::set<int32_t> *>(arg)->insert(value);
-    return 0;
-}
-
-struct KeyList {
-    std::vector<std::string> keys;
-};
-
-int32_t collect_key(DBM_HANDLE, const void *key, uint16_t keyLen, void *arg)
-{
-    static_cast<KeyList *>(arg)->keys.emplace_back(static_cast<const char *>(key), keyLen);
-    return 0;
-}
 
 std::string trim(std::string_view text)
 {
@@ -114,85 +76,6 @@ size_t do_offset(std::string_view line, CliMode mode)
 }
 
 } // namespace
-
-// ---- inventory ---------------------------------------------------------------------------------------
-
-void Inventory::clear()
-{
-    vlans = {kDefaultVlan};
-    superVlans.clear();
-    vxlans.clear();
-    vlanIfs.clear();
-    loopbacks.clear();
-    ports.clear();
-    routedPorts.clear();
-    aggregations.clear();
-    mgmt = false;
-}
-
-void Inventory::load()
-{
-    QuietTrace quiet;
-    clear();
-    saved_ = text();
-    // A first start has no inventory yet; opening would create the database file for nothing.
-    if (ndplat::dbm_storage() == ndplat::DbmStorage::Sqlite &&
-        access((ndplat::dbm_state_dir() + "/" + kInventoryDb + ".db").c_str(), F_OK) != 0)
-        return;
-    DBM_HANDLE h = nullptr;
-    if (DBM_Open(kInventoryDb, 1, kDbmParams, 0, 0, &h) != 0)
-        return;
-    std::set<int32_t> mgmtSet;
-    std::set<int32_t> *sets[] = {nullptr, &vlans, &superVlans, &vxlans, &vlanIfs, &loopbacks,
-                                 &ports, &routedPorts, &aggregations, &mgmtSet};
-    for (uint32_t type = kInvVlan; type <= kInvMgmt; ++type)
-        DBM_Proc(h, type, collect_record, sets[type]);
-    mgmt = !mgmtSet.empty();
-    DBM_Close(h);
-    saved_ = text();
-}
-
-std::string Inventory::text() const
-{
-    std::string t;
-    const std::set<int32_t> *sets[] = {&vlans, &superVlans, &vxlans, &vlanIfs, &loopbacks, &ports, &routedPorts, &aggregations};
-    for (const std::set<int32_t> *set : sets) {
-        for (int32_t n : *set)
-            t += std::to_string(n) + ",";
-        t += ";";
-    }
-    return t + (mgmt ? "mgmt" : "");
-}
-
-void Inventory::save()
-{
-    if (text() == saved_)
-        return;
-    saved_ = text();
-    QuietTrace quiet;
-    DBM_HANDLE h = nullptr;
-    if (DBM_Open(kInventoryDb, 1, kDbmParams, 0, 0, &h) != 0)
-        return;
-    std::set<int32_t> mgmtSet;
-    if (mgmt)
-        mgmtSet.insert(0);
-    const std::set<int32_t> *sets[] = {nullptr, &vlans, &superVlans, &vxlans, &vlanIfs, &loopbacks,
-                                       &ports, &routedPorts, &aggregations, &mgmtSet};
-    for (uint32_t type = kInvVlan; type <= kInvMgmt; ++type) {
-        KeyList old;
-        DBM_Proc(h, type, collect_key, &old);
-        std::set<std::string> wanted;
-        for (int32_t n : *sets[type]) {
-            std::string key = std::string(kInventoryKinds[type]) + " " + std::to_string(n);
-            wanted.insert(key);
-            DBM_SetUniqueBinary(h, key.data(), static_cast<uint16_t>(key.size()), type, &n, sizeof n, 0);
-        }
-        for (const std::string &key : old.keys)
-            if (!wanted.count(key))
-                DBM_Delete(h, key.data(), static_cast<uint16_t>(key.size()));
-    }
-    DBM_Close(h);
-}
 
 // ---- session -------------------------------------------------------------------------------------------
 
@@ -248,7 +131,7 @@ void Session::start(const Options &options)
         boot_nd_service();
     }
 
-    inventory_.load();
+    inventory_.refresh();
     bool fresh = access((stateDir_ + "/" + kBootedMarker).c_str(), F_OK) != 0;
 
     if (options.trace)
@@ -391,6 +274,7 @@ bool Session::execute(const std::string &raw)
     std::string line = trim(raw);
     if (line.empty() || line[0] == '!')
         return true;
+    inventory_.refresh();
     if (line.back() == '?') {
         std::string partial = raw.substr(raw.find_first_not_of(" \t"));
         partial = partial.substr(0, partial.rfind('?'));
@@ -450,7 +334,9 @@ bool Session::run_matched(const ndplat::MatchResult &match)
     if (reloadRequested_) {
         // The restart happens after the reload command has ended, as a new boot would.
         reloadRequested_ = false;
-        inventory_.clear();
+        std::string error;
+        if (!inventory_.reset(error))
+            out.write_terminal(error + "\n");
         leave_to_en();
         reboot_nd_service();
         if (access(startup_config_path().c_str(), R_OK) == 0)
@@ -542,6 +428,25 @@ void refuse(const std::string &text)
     S().reject();
 }
 
+// Enters the mode of an object once the inventory holds it: an object the database could not
+// store is refused, and the operator stays where they were.
+void enter_stored(const Context &c)
+{
+    std::string error;
+    if (!S().inventory().add(c.stored.first, c.stored.second, error)) {
+        refuse("\n" + error);
+        return;
+    }
+    S().enter(c);
+}
+
+void forget(Inventory::Kind kind, int32_t number)
+{
+    std::string error;
+    if (!S().inventory().remove(kind, number, error))
+        refuse("\n" + error);
+}
+
 int32_t cmd_configure(int32_t, char **)
 {
     S().leave_to_conf();
@@ -555,7 +460,7 @@ int32_t cmd_interface(int32_t argc, char **argv)
     if (w.size() < 3)
         return 0;
     Context c;
-    Inventory &inv = S().inventory();
+    const Inventory &inv = S().inventory();
     const std::string &type = w[1];
     if (type == "gigabitethernet") {
         int32_t id = ndplat::port_id("gigabitethernet" + w[2]);
@@ -564,13 +469,13 @@ int32_t cmd_interface(int32_t argc, char **argv)
             refuse("\n% Interface gigabitethernet" + w[2] + " does not exist.");
             return 0;
         }
-        bool routed = inv.routedPorts.count(id) != 0;
+        bool routed = inv.has(Inventory::Kind::RoutedPort, id);
         c.mode = routed ? CliMode::PORTIF : CliMode::PORT;
         c.kind = Kind::Port;
         c.portId = id;
         c.ifName = info->name;
         c.tag = "config-if-" + info->shortName;
-        inv.ports.insert(id);
+        c.stored = {Inventory::Kind::Port, id};
     } else if (type == "link-aggregation") {
         int32_t number = atoi(w[2].c_str());
         int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(number));
@@ -585,7 +490,7 @@ int32_t cmd_interface(int32_t argc, char **argv)
         c.portId = id;
         c.ifName = info->name;
         c.tag = "config-if-" + info->shortName;
-        inv.aggregations.insert(number);
+        c.stored = {Inventory::Kind::Aggregation, number};
     } else {
         int32_t number = atoi(w[2].c_str());
         c.number = number;
@@ -594,18 +499,18 @@ int32_t cmd_interface(int32_t argc, char **argv)
         if (type == "vlan") {
             c.mode = CliMode::IF;
             c.kind = Kind::VlanIf;
-            inv.vlanIfs.insert(number);
+            c.stored = {Inventory::Kind::VlanIf, number};
         } else if (type == "loopback") {
             c.mode = CliMode::IF;
             c.kind = Kind::Loopback;
-            inv.loopbacks.insert(number);
+            c.stored = {Inventory::Kind::Loopback, number};
         } else {
             c.mode = CliMode::MIF;
             c.kind = Kind::Mgmt;
-            inv.mgmt = true;
+            c.stored = {Inventory::Kind::Mgmt, 0};
         }
     }
-    S().enter(c);
+    enter_stored(c);
     return 0;
 }
 
@@ -615,9 +520,11 @@ int32_t cmd_no_interface(int32_t argc, char **argv)
     if (w.size() < 4)
         return 0;
     int32_t number = atoi(w[3].c_str());
-    std::set<int32_t> &set = w[2] == "vlan" ? S().inventory().vlanIfs : S().inventory().loopbacks;
-    if (!set.erase(number))
+    Inventory::Kind kind = w[2] == "vlan" ? Inventory::Kind::VlanIf : Inventory::Kind::Loopback;
+    if (!S().inventory().has(kind, number))
         refuse("\n% Interface " + w[2] + w[3] + " does not exist.");
+    else
+        forget(kind, number);
     return 0;
 }
 
@@ -627,12 +534,12 @@ struct NumberedMode {
     Context::Kind kind;
     CliMode mode;
     const char *tag;
-    std::set<int32_t> Inventory::*set;
+    Inventory::Kind stored;
 };
 constexpr NumberedMode kNumberedModes[] = {
-    {"vlan", Context::Kind::Vlan, CliMode::VLAN, "config-vlan", &Inventory::vlans},
-    {"super-vlan", Context::Kind::SuperVlan, CliMode::SUPERVLAN, "config-super-vlan", &Inventory::superVlans},
-    {"vxlan", Context::Kind::Vxlan, CliMode::VXLAN, "config-vxlan", &Inventory::vxlans},
+    {"vlan", Context::Kind::Vlan, CliMode::VLAN, "config-vlan", Inventory::Kind::Vlan},
+    {"super-vlan", Context::Kind::SuperVlan, CliMode::SUPERVLAN, "config-super-vlan", Inventory::Kind::SuperVlan},
+    {"vxlan", Context::Kind::Vxlan, CliMode::VXLAN, "config-vxlan", Inventory::Kind::Vxlan},
 };
 
 const NumberedMode *numbered_mode(const std::string &word)
@@ -654,8 +561,8 @@ int32_t cmd_numbered(int32_t argc, char **argv)
     c.kind = m->kind;
     c.number = atoi(w[1].c_str());
     c.tag = m->tag + std::to_string(c.number);
-    (S().inventory().*(m->set)).insert(c.number);
-    S().enter(c);
+    c.stored = {m->stored, c.number};
+    enter_stored(c);
     return 0;
 }
 
@@ -670,8 +577,10 @@ int32_t cmd_no_numbered(int32_t argc, char **argv)
         refuse("\n% The default VLAN cannot be deleted.");
         return 0;
     }
-    if (!(S().inventory().*(m->set)).erase(number))
+    if (!S().inventory().has(m->stored, number))
         refuse("\n% " + std::string(m->word) + " " + w[2] + " does not exist.");
+    else
+        forget(m->stored, number);
     return 0;
 }
 
@@ -680,10 +589,13 @@ int32_t cmd_switchport(int32_t argc, char **argv)
     std::vector<std::string> w = words_of(argc, argv);
     Context c = S().context();
     bool routed = !w.empty() && w[0] == "no";
-    if (routed)
-        S().inventory().routedPorts.insert(c.portId);
-    else
-        S().inventory().routedPorts.erase(c.portId);
+    std::string error;
+    bool stored = routed ? S().inventory().add(Inventory::Kind::RoutedPort, c.portId, error)
+                         : S().inventory().remove(Inventory::Kind::RoutedPort, c.portId, error);
+    if (!stored) {
+        refuse("\n" + error);
+        return 0;
+    }
     c.mode = routed ? CliMode::PORTIF : CliMode::PORT;
     S().enter(c);
     return 0;
@@ -770,7 +682,6 @@ int32_t cmd_write(int32_t, char **)
         refuse("\n% Cannot write " + path + ".");
         return 0;
     }
-    S().inventory().save();
     {
         QuietTrace quiet;
         DBM_Save("/flash", 0, 0, 0);
