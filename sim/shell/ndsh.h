@@ -206,7 +206,8 @@ public:
     // Replays a configuration file as the startup configuration: not interactive.
     bool replay(const std::string &path);
     void boot_nd_service();
-    void reboot_nd_service();
+    // Restarts the ND side and replays the startup configuration.
+    void reload();
     std::string startup_config_path() const;
     std::string state_dir() const { return stateDir_; }
     bool replaying() const { return replaying_; }
@@ -218,6 +219,8 @@ private:
     bool run_matched(const ndplat::MatchResult &match);
     void report(const std::string &line, size_t column, const char *message) const;
     void apply_env() const;
+    void set_aside_damaged();
+    void report_damage() const;
     void load_plugin();
 
     Options options_;

@@ -2,6 +2,7 @@
 // modes with the environment values that handlers read, the inventory of configured objects,
 // the shell's own commands and the execution of one typed line.
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,12 +11,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 
 #include "ndplat.h"
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "file_io.h"
 #include "ndsh.h"
 
 namespace ndsh {
@@ -31,6 +34,9 @@ constexpr uint32_t kEnvVxlan = 164;
 
 constexpr const char *kHostname = "switch";
 constexpr const char *kStartupConfig = "startup-config";
+constexpr const char *kNdDb = "ec_nd";
+constexpr const char *kInventoryDb = "ndsh_inventory";
+constexpr mode_t kFileMode = 0600; // the operator's files: owner only, whatever the umask
 constexpr const char *kBootedMarker = "ndsh.booted";
 constexpr int32_t kDefaultVlan = 1;
 constexpr uint32_t kNdErrorCount = 50;
@@ -142,6 +148,7 @@ void Session::start(const Options &options)
 
     load_plugin();
     enter(Context{});
+    report_damage();
 
     if (fresh) {
         if (FILE *marker = fopen((stateDir_ + "/" + kBootedMarker).c_str(), "w"))
@@ -334,14 +341,9 @@ bool Session::run_matched(const ndplat::MatchResult &match)
     if (reloadRequested_) {
         // The restart happens after the reload command has ended, as a new boot would.
         reloadRequested_ = false;
-        std::string error;
-        if (!inventory_.reset(error))
-            out.write_terminal(error + "\n");
-        leave_to_en();
-        reboot_nd_service();
-        if (access(startup_config_path().c_str(), R_OK) == 0)
-            replay(startup_config_path());
+        reload();
     }
+    report_damage();
     return accepted;
 }
 
@@ -359,16 +361,57 @@ void Session::boot_nd_service()
 
 // A reload is a new boot of the ND side too: the service starts again on an empty
 // configuration database, into which the startup configuration is then replayed. The ISSU
-// store is kept, as it is meant to outlive a restart.
-void Session::reboot_nd_service()
+// store is kept, as it is meant to outlive a restart. A damaged database is set aside rather
+// than deleted, so that it can still be inspected.
+void Session::reload()
 {
-    if (!options_.service)
-        return;
+    leave_to_en();
     QuietTrace quiet;
-    ndplat::service_stop(stateDir_);
-    for (const char *suffix : {".db", ".db-wal", ".db-shm"})
-        unlink((stateDir_ + "/ec_nd" + suffix).c_str());
-    boot_nd_service();
+    if (options_.service)
+        ndplat::service_stop(stateDir_);
+    set_aside_damaged();
+    std::string error;
+    if (!inventory_.reset(error))
+        Output::instance().write_terminal(error + "\n");
+    if (options_.service) {
+        for (const char *suffix : {".db", ".db-wal", ".db-shm"})
+            unlink((stateDir_ + "/" + kNdDb + suffix).c_str());
+        boot_nd_service();
+    }
+    if (access(startup_config_path().c_str(), R_OK) == 0)
+        replay(startup_config_path());
+}
+
+// Damage is told once, at the command (or the start) that met it.
+void Session::report_damage() const
+{
+    for (const ndplat::DbmDamage &d : ndplat::dbm_damage_unreported())
+        Output::instance().write_terminal("% The configuration database " + d.db + " is damaged (" + d.why + ").\n");
+}
+
+void Session::set_aside_damaged()
+{
+    if (ndplat::dbm_storage() != ndplat::DbmStorage::Sqlite)
+        return;
+    std::vector<ndplat::DbmDamage> damaged = ndplat::dbm_damaged();
+    for (const char *db : {kNdDb, kInventoryDb}) {
+        bool known = std::any_of(damaged.begin(), damaged.end(), [&](const auto &d) { return d.db == db; });
+        if (!known && ndplat::dbm_check(db))
+            continue;
+        if (std::string(db) == kInventoryDb)
+            inventory_.close();
+        char stamp[32];
+        time_t now = time(nullptr);
+        struct tm local {};
+        strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", localtime_r(&now, &local));
+        std::string base = stateDir_ + "/" + db + ".db";
+        for (const char *suffix : {"", "-wal", "-shm"})
+            rename((base + suffix).c_str(), (base + suffix + ".damaged-" + stamp).c_str());
+        ndplat::dbm_damage_forget(db);
+        ndplat::dbm_damage_unreported();
+        Output::instance().write_terminal("% The damaged configuration database " + std::string(db) + " was kept as " +
+                                          base + ".damaged-" + stamp + ".\n");
+    }
 }
 
 bool Session::replay(const std::string &path)
@@ -667,24 +710,43 @@ int32_t cmd_debug_all(int32_t argc, char **argv)
     return 0;
 }
 
+// The startup configuration is replaced only by a complete one: built in memory first, refused
+// when a configuration database it was read from is damaged (its lines would be missing), and
+// written beside the old file and renamed over it, so that a full disk or a crash leaves the
+// old one in place.
 int32_t cmd_write(int32_t, char **)
 {
-    std::string path = S().startup_config_path();
-    std::string temp = path + ".new";
-    FILE *f = fopen(temp.c_str(), "w");
-    if (!f) {
-        refuse("\n% Cannot write " + path + ".");
+    std::string text, error;
+    if (!collect_output([](int fd) { running_config(fd, false); }, text, error)) {
+        refuse("\n% Not saved: the running configuration could not be built: " + error + ".");
         return 0;
     }
-    running_config(fileno(f), false);
-    fclose(f);
-    if (rename(temp.c_str(), path.c_str()) != 0) {
-        refuse("\n% Cannot write " + path + ".");
+    std::vector<ndplat::DbmDamage> damaged = ndplat::dbm_damaged();
+    if (!damaged.empty()) {
+        ndplat::dbm_damage_unreported(); // this line reports it
+        refuse("\n% Not saved: the configuration database " + damaged.front().db + " is damaged (" +
+               damaged.front().why + "); the startup configuration is unchanged.");
         return 0;
     }
+    std::string flash = S().state_dir() + "/flash";
+    UniqueFd dir(open(flash.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) {
+        refuse("\n% Cannot write " + S().startup_config_path() + ": " + strerror(errno) + ".");
+        return 0;
+    }
+    int32_t saved;
     {
         QuietTrace quiet;
-        DBM_Save("/flash", 0, 0, 0);
+        saved = DBM_Save("/flash", 0, 0, 0);
+    }
+    if (saved != 0) {
+        refuse("\n% Not saved: the configuration databases could not be copied into " + flash +
+               "; the startup configuration is unchanged.");
+        return 0;
+    }
+    if (!replace_file(dir.get(), kStartupConfig, text, kFileMode, error)) {
+        refuse("\n% Cannot write " + S().startup_config_path() + ": " + error + ".");
+        return 0;
     }
     say("\nBuilding configuration...\n[OK]");
     return 0;
