@@ -47,6 +47,7 @@ struct Registry {
     std::set<Iterator *> iterators;
     std::map<std::string, std::string> damaged; // database -> why
     std::set<std::string> reported;             // of those, the ones the shell has told
+    bool logDamage = true;
     bool storageChosen = false;
     DbmStorage storage = DbmStorage::Memory;
     std::string stateDir;
@@ -181,7 +182,7 @@ void reportDamage(const std::string &db, const std::string &why)
     Registry &r = registry();
     {
         std::lock_guard<std::mutex> hold(r.mutex);
-        if (!r.damaged.emplace(db, why).second)
+        if (!r.damaged.emplace(db, why).second || !r.logDamage)
             return;
     }
     fprintf(stderr, "dbm: the configuration database %s is damaged: %s\n", db.c_str(), why.c_str());
@@ -262,6 +263,13 @@ std::vector<DbmDamage> dbm_damage_unreported()
     return fresh;
 }
 
+void dbm_damage_log_set(bool log)
+{
+    Registry &r = registry();
+    std::lock_guard<std::mutex> hold(r.mutex);
+    r.logDamage = log;
+}
+
 void dbm_damage_forget(const std::string &db)
 {
     Registry &r = registry();
@@ -275,11 +283,11 @@ bool dbm_check(const std::string &db)
     return !dbm::validName(db) || currentStorage().check(db);
 }
 
-std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db)
+std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db, std::string *why)
 {
     if (!dbm::validName(db))
         return nullptr;
-    return currentStorage().open(db);
+    return currentStorage().open(db, why);
 }
 
 long dbm_open_handles()

@@ -181,7 +181,7 @@ private:
 
 class MemoryStorage final : public Storage {
 public:
-    std::unique_ptr<Connection> open(const std::string &db) override
+    std::unique_ptr<Connection> open(const std::string &db, std::string * = nullptr) override
     {
         std::lock_guard<std::mutex> hold(state().mutex);
         state().databases[db];

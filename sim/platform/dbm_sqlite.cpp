@@ -150,12 +150,20 @@ public:
             return false;
         if (readOnly)
             return true;
-        if (!execRetry(db_, "PRAGMA synchronous=NORMAL"))
+        if (!setUp("PRAGMA synchronous=NORMAL"))
             return false;
         // WAL mode and the schema are properties of the file: set once, by whoever creates it.
         if (statement(kRecordOf))
             return true;
-        return execRetry(db_, "PRAGMA journal_mode=WAL") && execRetry(db_, kSchema);
+        return setUp("PRAGMA journal_mode=WAL") && setUp(kSchema);
+    }
+
+    bool setUp(const char *sql)
+    {
+        if (execRetry(db_, sql))
+            return true;
+        note(sqlite3_errcode(db_));
+        return false;
     }
 
     // SQLite's quick check of every page of the database; false, with the damage reported,
@@ -166,19 +174,21 @@ public:
         int rc = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &check, nullptr);
         std::string verdict;
         if (rc == SQLITE_OK) {
-            rc = step(check);
-            if (rc == SQLITE_ROW) {
+            // The first row that names a fault; "*** in database main ***" only says where.
+            while ((rc = step(check)) == SQLITE_ROW) {
                 const unsigned char *text = sqlite3_column_text(check, 0);
                 verdict = text ? reinterpret_cast<const char *>(text) : "";
+                if (verdict.rfind("***", 0) != 0)
+                    break;
             }
         } else {
             note(rc);
         }
         sqlite3_finalize(check);
-        if (rc != SQLITE_ROW)
-            return false;
+        if (verdict.empty())
+            return false; // the check could not run: step() noted why
         if (verdict != "ok") {
-            reportDamage(name_, "integrity check: " + verdict);
+            reportDamage(name_, "integrity check failed: " + verdict);
             return false;
         }
         return true;
@@ -447,6 +457,9 @@ private:
     void note(int rc)
     {
         lastError_ = sqlite3_errmsg(db_);
+        // SQLite's words for a failed write ("disk I/O error") do not say that the disk is full.
+        if (int system = sqlite3_system_errno(db_); system != 0 && (rc & 0xff) != SQLITE_FULL)
+            lastError_ += std::string(" (") + strerror(system) + ")";
         int primary = rc & 0xff;
         if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB)
             reportDamage(name_, lastError_);
@@ -606,14 +619,20 @@ bool backupFile(const std::string &from, const std::string &to)
 
 class SqliteStorage final : public Storage {
 public:
-    std::unique_ptr<Connection> open(const std::string &db) override
+    std::unique_ptr<Connection> open(const std::string &db, std::string *why = nullptr) override
     {
         std::string dir = ndplat::dbm_state_dir();
-        if (!makeDirs(dir))
+        if (!makeDirs(dir)) {
+            if (why)
+                *why = strerror(errno);
             return nullptr;
+        }
         auto connection = std::make_unique<SqliteConnection>();
-        if (!connection->open(dbPath(dir, db), db, false))
+        if (!connection->open(dbPath(dir, db), db, false)) {
+            if (why)
+                *why = connection->lastError();
             return nullptr;
+        }
         return connection;
     }
 

@@ -50,8 +50,8 @@ public:
 class Storage {
 public:
     virtual ~Storage() = default;
-    // Null when the database cannot be opened.
-    virtual std::unique_ptr<Connection> open(const std::string &db) = 0;
+    // Null when the database cannot be opened; then `why` (when given) says why.
+    virtual std::unique_ptr<Connection> open(const std::string &db, std::string *why = nullptr) = 0;
     // Copies every database into the directory `dir` (relative to the state directory).
     virtual int32_t save(const std::string &dir) = 0;
     virtual std::optional<Bytes> savedValue(const std::string &dir, const std::string &db, const Bytes &key) = 0;

@@ -135,6 +135,9 @@ std::vector<DbmDamage> dbm_damaged();
 // The damage found since the previous call, each database once: what the shell reports at the
 // command that met it.
 std::vector<DbmDamage> dbm_damage_unreported();
+// Whether damage is also logged on stderr when found (the default; the shell tells the
+// operator itself).
+void dbm_damage_log_set(bool log);
 // Forgets a database's damage (its file was set aside and a fresh one will be created).
 void dbm_damage_forget(const std::string &db);
 // Runs the integrity check of a database now; false when it is damaged (and then recorded).
@@ -144,8 +147,8 @@ bool dbm_check(const std::string &db);
 // Opens a database for records that the emulator keeps for itself (the shell's inventory), on
 // the current storage and in the state directory, without the call trace and fault injection
 // of DBM_Open: the operator's `--fault DBM_*` is aimed at the plug-in. Null when it cannot be
-// opened (also when it is damaged).
-std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db);
+// opened (also when it is damaged), and then `why` says why.
+std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db, std::string *why = nullptr);
 
 // Mutexes created and not destroyed; destroys one that is no longer in use (tests only).
 long sem_live();

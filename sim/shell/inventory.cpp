@@ -39,16 +39,16 @@ bool number_of(const ndplat::dbm::Bytes &key, Inventory::Kind kind, int32_t &num
     return true;
 }
 
-std::string why_not(const ndplat::dbm::Connection *store)
+} // namespace
+
+std::string Inventory::why_not() const
 {
     for (const ndplat::DbmDamage &d : ndplat::dbm_damaged())
         if (d.db == kInventoryDb)
             return "the configuration database " + d.db + " is damaged";
-    std::string why = store ? store->lastError() : std::string();
+    std::string why = store_ ? store_->lastError() : openError_;
     return why.empty() ? "the configuration database " + std::string(kInventoryDb) + " cannot be written" : why;
 }
-
-} // namespace
 
 Inventory::Inventory()
 {
@@ -58,7 +58,7 @@ Inventory::Inventory()
 bool Inventory::open()
 {
     if (!store_)
-        store_ = ndplat::dbm_open_store(kInventoryDb);
+        store_ = ndplat::dbm_open_store(kInventoryDb, &openError_);
     return store_ != nullptr;
 }
 
@@ -112,7 +112,7 @@ bool Inventory::add(Kind kind, int32_t number, std::string &error)
 {
     std::string key = key_of(kind, number);
     if (!open() || store_->write(key, static_cast<uint32_t>(kind), &number, sizeof number) != 0) {
-        error = "% Cannot store " + key_of(kind, number) + ": " + why_not(store_.get()) + ".";
+        error = "% Cannot store " + key_of(kind, number) + ": " + why_not() + ".";
         return false;
     }
     sets_[static_cast<size_t>(kind)].insert(number);
@@ -124,7 +124,7 @@ bool Inventory::remove(Kind kind, int32_t number, std::string &error)
     if (!has(kind, number))
         return true;
     if (!open() || store_->erase(key_of(kind, number)) != 0) {
-        error = "% Cannot remove " + key_of(kind, number) + ": " + why_not(store_.get()) + ".";
+        error = "% Cannot remove " + key_of(kind, number) + ": " + why_not() + ".";
         return false;
     }
     sets_[static_cast<size_t>(kind)].erase(number);

@@ -153,11 +153,13 @@ private:
     static constexpr size_t kKinds = static_cast<size_t>(Kind::Mgmt) + 1;
     bool open();
     void read_all();
+    std::string why_not() const;
 
     std::set<int32_t> sets_[kKinds];
     std::unique_ptr<ndplat::dbm::Connection> store_;
     uint64_t version_ = 0;
     bool loaded_ = false;
+    std::string openError_;
 };
 
 // The mode the operator is in and the object it configures.

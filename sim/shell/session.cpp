@@ -128,6 +128,7 @@ void Session::start(const Options &options)
 
     register_builtins();
     ndplat::shell_hooks_set(&kHooks);
+    ndplat::dbm_damage_log_set(false); // report_damage() tells the operator
 
     // The single place where the shell reaches the ND service: the socket transport and the
     // service control of the state directory, and the service started at boot.
