@@ -26,6 +26,7 @@
 
 #include "dbm_storage.h"
 #include "ndplat_dbm.h"
+#include "private_files.h"
 
 namespace ndplat::dbm {
 namespace {
@@ -75,22 +76,6 @@ constexpr const char *kSchema =
     " entry BLOB NOT NULL, PRIMARY KEY(list_key, sort_key)) WITHOUT ROWID;";
 
 const char kEmpty[1] = {0};
-
-bool makeDirs(const std::string &path)
-{
-    std::string partial;
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t slash = path.find('/', start);
-        partial = path.substr(0, slash);
-        if (!partial.empty() && mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
-            return false;
-        if (slash == std::string::npos)
-            break;
-        start = slash + 1;
-    }
-    return true;
-}
 
 std::string dbPath(const std::string &dir, const std::string &db)
 {
@@ -587,6 +572,8 @@ bool backupFile(const std::string &from, const std::string &to)
     sqlite3 *src = nullptr;
     sqlite3 *dst = nullptr;
     std::string temporary = to + ".tmp";
+    unlink(temporary.c_str());
+    create_private_file(temporary);
     bool ok = sqlite3_open_v2(from.c_str(), &src, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
               sqlite3_open_v2(temporary.c_str(), &dst, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) ==
                   SQLITE_OK;
@@ -612,7 +599,9 @@ bool backupFile(const std::string &from, const std::string &to)
         sqlite3_close(dst);
     if (ok)
         ok = rename(temporary.c_str(), to.c_str()) == 0;
-    if (!ok)
+    if (ok)
+        sync_parent_dir(to);
+    else
         unlink(temporary.c_str());
     return ok;
 }
@@ -622,11 +611,14 @@ public:
     std::unique_ptr<Connection> open(const std::string &db, std::string *why = nullptr) override
     {
         std::string dir = ndplat::dbm_state_dir();
-        if (!makeDirs(dir)) {
+        if (!make_private_dirs(dir)) {
             if (why)
                 *why = strerror(errno);
             return nullptr;
         }
+        // SQLite creates a database (and its -wal and -shm files, which take the database's
+        // mode) under the umask: an empty file made first keeps them owner-only.
+        create_private_file(dbPath(dir, db));
         auto connection = std::make_unique<SqliteConnection>();
         if (!connection->open(dbPath(dir, db), db, false)) {
             if (why)
@@ -640,7 +632,7 @@ public:
     {
         std::string state = ndplat::dbm_state_dir();
         std::string target = state + "/" + dir;
-        if (!makeDirs(state) || !makeDirs(target))
+        if (!make_private_dirs(state) || !make_private_dirs(target))
             return -1;
         DIR *d = opendir(state.c_str());
         if (!d)

@@ -18,6 +18,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "private_files.h"
 #include "file_io.h"
 #include "ndsh.h"
 
@@ -36,7 +37,6 @@ constexpr const char *kHostname = "switch";
 constexpr const char *kStartupConfig = "startup-config";
 constexpr const char *kNdDb = "ec_nd";
 constexpr const char *kInventoryDb = "ndsh_inventory";
-constexpr mode_t kFileMode = 0600; // the operator's files: owner only, whatever the umask
 constexpr const char *kBootedMarker = "ndsh.booted";
 constexpr int32_t kDefaultVlan = 1;
 constexpr uint32_t kNdErrorCount = 50;
@@ -123,8 +123,7 @@ void Session::start(const Options &options)
         stateDir_ = env && *env ? env : "./ndsim-state";
     }
     setenv("NDSIM_STATE", stateDir_.c_str(), 1);
-    mkdir(stateDir_.c_str(), 0755);
-    mkdir((stateDir_ + "/flash").c_str(), 0755);
+    ndplat::make_private_dirs(stateDir_ + "/flash");
 
     register_builtins();
     ndplat::shell_hooks_set(&kHooks);
@@ -152,8 +151,7 @@ void Session::start(const Options &options)
     report_damage();
 
     if (fresh) {
-        if (FILE *marker = fopen((stateDir_ + "/" + kBootedMarker).c_str(), "w"))
-            fclose(marker);
+        ndplat::create_private_file(stateDir_ + "/" + kBootedMarker);
         if (options.startupConfig && access(startup_config_path().c_str(), R_OK) == 0)
             replay(startup_config_path());
     }
@@ -745,7 +743,7 @@ int32_t cmd_write(int32_t, char **)
                "; the startup configuration is unchanged.");
         return 0;
     }
-    if (!replace_file(dir.get(), kStartupConfig, text, kFileMode, error)) {
+    if (!replace_file(dir.get(), kStartupConfig, text, ndplat::kPrivateFileMode, error)) {
         refuse("\n% Cannot write " + S().startup_config_path() + ": " + error + ".");
         return 0;
     }
