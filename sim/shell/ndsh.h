@@ -222,6 +222,8 @@ private:
     void report(const std::string &line, size_t column, const char *message) const;
     void apply_env() const;
     void set_aside_damaged();
+    void replay_startup();
+    std::string marker(const char *name) const;
     void report_damage() const;
     void load_plugin();
 

@@ -38,6 +38,9 @@ constexpr const char *kStartupConfig = "startup-config";
 constexpr const char *kNdDb = "ec_nd";
 constexpr const char *kInventoryDb = "ndsh_inventory";
 constexpr const char *kBootedMarker = "ndsh.booted";
+// Present while the startup configuration is being replayed: found at a start, it means that a
+// boot or a reload was cut off half-way, and the reload is done again from the beginning.
+constexpr const char *kReplayingMarker = "ndsh.replaying";
 constexpr int32_t kDefaultVlan = 1;
 constexpr uint32_t kNdErrorCount = 50;
 
@@ -138,7 +141,7 @@ void Session::start(const Options &options)
     }
 
     inventory_.refresh();
-    bool fresh = access((stateDir_ + "/" + kBootedMarker).c_str(), F_OK) != 0;
+    bool fresh = access(marker(kBootedMarker).c_str(), F_OK) != 0;
 
     if (options.trace)
         ndplat::trace_echo(stderr);
@@ -150,10 +153,16 @@ void Session::start(const Options &options)
     enter(Context{});
     report_damage();
 
-    if (fresh) {
-        ndplat::create_private_file(stateDir_ + "/" + kBootedMarker);
-        if (options.startupConfig && access(startup_config_path().c_str(), R_OK) == 0)
-            replay(startup_config_path());
+    if (access(marker(kReplayingMarker).c_str(), F_OK) == 0) {
+        Output::instance().write_terminal("% The last replay of the startup configuration did not finish: reloading.\n");
+        reload();
+    } else if (fresh) {
+        // The replay's marker before the boot's: a start cut off in between replays again.
+        if (options.startupConfig)
+            ndplat::create_private_file(marker(kReplayingMarker));
+        ndplat::create_private_file(marker(kBootedMarker));
+        if (options.startupConfig)
+            replay_startup();
     }
     startupMs_ = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
 }
@@ -365,6 +374,8 @@ void Session::boot_nd_service()
 void Session::reload()
 {
     leave_to_en();
+    ndplat::create_private_file(marker(kReplayingMarker));
+    ndplat::sync_parent_dir(marker(kReplayingMarker));
     QuietTrace quiet;
     if (options_.service)
         ndplat::service_stop(stateDir_);
@@ -377,8 +388,21 @@ void Session::reload()
             unlink((stateDir_ + "/" + kNdDb + suffix).c_str());
         boot_nd_service();
     }
+    replay_startup();
+}
+
+// The marker goes only once the whole configuration was replayed.
+void Session::replay_startup()
+{
+    ndplat::create_private_file(marker(kReplayingMarker));
     if (access(startup_config_path().c_str(), R_OK) == 0)
         replay(startup_config_path());
+    unlink(marker(kReplayingMarker).c_str());
+}
+
+std::string Session::marker(const char *name) const
+{
+    return stateDir_ + "/" + name;
 }
 
 // Damage is told once, at the command (or the start) that met it.

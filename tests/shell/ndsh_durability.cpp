@@ -295,3 +295,23 @@ TEST(NdshDurability, ReloadSetsTheDamagedDatabaseAsideAndRestoresTheStartupConfi
 }
 
 #endif
+
+#ifdef NDSH_WITH_SERVICE
+
+TEST(NdshDurability, ReplayCutOffHalfWayIsDoneAgainAtTheNextStart)
+{
+    StateDir state;
+    ASSERT_EQ(ndsh(state, {"-c", kSnoopingSetup}).status, 0);
+    // What a replay killed half-way leaves: part of the configuration (here also a VLAN that the
+    // startup configuration does not have) and the marker of the replay in progress.
+    ASSERT_EQ(ndsh(state, {"-c", "configure terminal; vlan 77; end"}).status, 0);
+    write_file(state.file("ndsh.replaying"), "");
+
+    Result r = ndsh(state, {"-c", "show running-config | include ^vlan| nd "});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "% The last replay of the startup configuration did not finish: reloading.\n"
+                     "vlan 1\nvlan 10\n nd snooping enable\n");
+    EXPECT_NE(access(state.file("ndsh.replaying").c_str(), F_OK), 0);
+}
+
+#endif
