@@ -447,8 +447,11 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
     }
     bool childGone = false;
     while (std::chrono::steady_clock::now() < deadline) {
-        if (service_running(stateDir))
-            return childGone ? service_lock_holder(stateDir) : pid;
+        if (service_running(stateDir)) {
+            // The one that holds the directory, which is this child unless another start won.
+            long holder = service_lock_holder(stateDir);
+            return holder > 0 ? holder : pid;
+        }
         if (!childGone && childEnded(pid)) {
             // Another start on the same directory won the lock: its service is the one.
             childGone = true;
