@@ -336,8 +336,11 @@ bool service_running(const std::string &stateDir)
     return ok;
 }
 
-bool service_state_dir_make(const std::string &path)
+bool service_state_dir_make(const std::string &pathIn)
 {
+    std::string path = pathIn;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
     // Parents as `mkdir -p` makes them; the state directory itself owner-only when made here.
     for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1))
         mkdir(path.substr(0, pos).c_str(), 0755);

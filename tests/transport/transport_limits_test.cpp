@@ -253,17 +253,21 @@ TEST_F(TransportLimitsTest, DeclaredBodiesThatNeverArriveAreNotAllocated)
     LimitedService service(ndplat::ServiceLimits{}, answerArgIndex);
     ASSERT_TRUE(service.ok());
     constexpr int kPeers = 40;
-    long before = residentKiB();
-    ASSERT_GT(before, 0);
     Fds open;
     for (int i = 0; i < kPeers; ++i) {
         int fd = connectRaw(service.socket());
         ASSERT_GE(fd, 0);
         open.fds.push_back(fd);
+    }
+    // Measured once the connections and their threads exist: what follows is the bodies alone.
+    ASSERT_TRUE(service.settlesAt(kPeers));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    long before = residentKiB();
+    ASSERT_GT(before, 0);
+    for (int fd : open.fds) {
         uint32_t declared = ndplat::kWireMaxBody;
         ASSERT_EQ(send(fd, &declared, 4, MSG_NOSIGNAL), 4);
     }
-    ASSERT_TRUE(service.settlesAt(kPeers));
     std::this_thread::sleep_for(std::chrono::milliseconds(200)); // every server thread waits in its body
     long grown = residentKiB() - before;
     // Allocated up front this would be 40 x 2 MiB = 80 MiB; read as it arrives, one slice each.
