@@ -49,12 +49,12 @@ constexpr int kLockTries = 50;
 constexpr int kLockTryMs = 5;
 constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
 
-ndplat::ServiceServer *gServer = nullptr;
+std::atomic<ndplat::ServiceServer *> gServer{nullptr};
 
 void onSignal(int)
 {
-    if (gServer)
-        gServer->stop();
+    if (ndplat::ServiceServer *server = gServer.load())
+        server->stop();
 }
 
 int usage()
@@ -239,18 +239,20 @@ int run(int argc, char **argv)
 
     ndplat::ServiceServer server;
     server.limits_set(limits);
-    if (!server.listen(ndplat::service_socket_path(stateDir)))
-        return 1;
     OwnedFile pidFile;
     pidFile.path = ndplat::service_pid_path(stateDir);
     MadeFiles made{server, pidFile};
-    writePidFile(pidFile);
+    // A stop asked for from here on ends the service, also one that arrives before it serves.
     gServer = &server;
     struct sigaction sa {};
     sa.sa_handler = onSignal;
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    // The pid file first: once the service accepts, it names this process.
+    writePidFile(pidFile);
+    if (!server.listen(ndplat::service_socket_path(stateDir)))
+        return 1;
 
     std::atomic<unsigned long> requests{0};
     server.serve([&service, &requests, dieAfter](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
