@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <thread>
 
 #include <fcntl.h>
@@ -16,6 +18,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include "nd_cli_types.h"
 #include "ndplat_service.h"
 
 namespace ndplat {
@@ -123,6 +126,9 @@ bool readItems(Reader &in, std::vector<CmfItem> &items, std::string *why)
 
 using Clock = std::chrono::steady_clock;
 
+// How much of a body is read (and held) ahead of what has arrived.
+constexpr size_t kReadSlice = 64u << 10;
+
 int remainingMs(Clock::time_point deadline, bool bounded)
 {
     if (!bounded)
@@ -204,6 +210,17 @@ void logLine(const char *side, const std::string &text)
     fflush(stderr);
 }
 
+// True when bytes, or the end of the stream, wait to be read on fd right now.
+bool readable(int fd)
+{
+    pollfd p{fd, POLLIN, 0};
+    int r;
+    do
+        r = poll(&p, 1, 0);
+    while (r < 0 && errno == EINTR);
+    return r > 0;
+}
+
 // ---- client transport ------------------------------------------------------------------------
 
 struct Connection {
@@ -259,6 +276,11 @@ public:
     {
         Connection &c = *static_cast<Connection *>(connection);
         nd_library_flush();
+        // Between rounds nothing is due from the service: a readable connection is one that it
+        // closed as idle. Every request carries all the service needs, so a new connection
+        // takes the round on.
+        if (c.fd >= 0 && c.awaiting == 0 && readable(c.fd))
+            dropConnection(c);
         if (c.fd < 0) {
             c.fd = connectTo(path_);
             c.unreachable = c.fd < 0;
@@ -268,6 +290,12 @@ public:
         std::vector<uint8_t> body = wire_encode_request(request);
         FrameResult r = frame_write(c.fd, body, timeoutMs(timeout));
         if (r != FrameResult::ok) {
+            // A service that refused the connection answered before it closed: the receive
+            // reads that answer. Otherwise nothing is there to answer.
+            if (r == FrameResult::closed && readable(c.fd)) {
+                ++c.awaiting;
+                return 0;
+            }
             dropConnection(c);
             c.unreachable = true;
             return 0;
@@ -298,6 +326,10 @@ public:
             logLine("client", "rejected response: frame too large");
             dropConnection(c);
             return kCmfStatusMalformed;
+        case FrameResult::nomemory:
+            logLine("client", "rejected response: no memory for it");
+            dropConnection(c);
+            return kCmfStatusMalformed;
         case FrameResult::closed:
         case FrameResult::error:
             dropConnection(c);
@@ -308,6 +340,12 @@ public:
             logLine("client", "rejected response: " + why);
             dropConnection(c);
             return kCmfStatusMalformed;
+        }
+        if (wire_is_refusal(response, &why)) {
+            logLine("client", "refused by the service: " + why);
+            response = CmfResponse{};
+            dropConnection(c);
+            return kCmfStatusRefused;
         }
         --c.awaiting;
         return 0;
@@ -414,6 +452,30 @@ bool wire_decode_response(const uint8_t *body, size_t size, CmfResponse &respons
     return true;
 }
 
+CmfResponse wire_refusal(const std::string &reason)
+{
+    CmfResponse response;
+    response.status = kCmfStatusRefused;
+    response.endStatus = kCmfStatusLast;
+    response.items.push_back(CmfItem::of(kWireRefusalReasonItem, reason.data(), static_cast<uint32_t>(reason.size())));
+    return response;
+}
+
+bool wire_is_refusal(const CmfResponse &response, std::string *reason)
+{
+    if (response.status != kCmfStatusRefused)
+        return false;
+    if (reason) {
+        reason->clear();
+        for (const CmfItem &item : response.items)
+            if (item.type == kWireRefusalReasonItem)
+                reason->assign(item.bytes.begin(), item.bytes.end());
+        if (reason->empty())
+            *reason = "no reason given";
+    }
+    return true;
+}
+
 FrameResult frame_write(int fd, const std::vector<uint8_t> &body, int timeoutMs)
 {
     if (body.size() > kWireMaxBody)
@@ -444,12 +506,28 @@ FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs)
     memcpy(&length, prefix, 4);
     if (length > kWireMaxBody)
         return FrameResult::oversize;
-    body.assign(length, 0);
-    if (length == 0)
-        return FrameResult::ok;
-    r = readAll(fd, body.data(), length, deadline, bounded, partial);
-    // A peer that closes inside a frame has sent a truncated message.
-    return r == FrameResult::closed ? FrameResult::error : r;
+    // The body grows by what has arrived, a slice at a time: a peer that declares a large body
+    // and sends nothing costs nothing.
+    body.clear();
+    size_t got = 0;
+    try {
+        while (got < length) {
+            size_t slice = length - got < kReadSlice ? length - got : kReadSlice;
+            body.resize(got + slice);
+            r = readAll(fd, body.data() + got, slice, deadline, bounded, partial);
+            if (r != FrameResult::ok) {
+                body.clear();
+                // A peer that closes inside a frame has sent a truncated message.
+                return r == FrameResult::closed ? FrameResult::error : r;
+            }
+            got += slice;
+        }
+    } catch (const std::bad_alloc &) {
+        body.clear();
+        body.shrink_to_fit();
+        return FrameResult::nomemory;
+    }
+    return FrameResult::ok;
 }
 
 // ---- places ----------------------------------------------------------------------------------
@@ -468,6 +546,11 @@ std::string service_socket_path(const std::string &stateDir)
 std::string service_pid_path(const std::string &stateDir)
 {
     return stateDir + "/ndsvc.pid";
+}
+
+std::string service_lock_path(const std::string &stateDir)
+{
+    return stateDir + "/ndsvc.lock";
 }
 
 uint32_t cmf_unit_ms()
@@ -494,6 +577,49 @@ CmfTransport *socket_transport(const std::string &socketPath)
 
 // ---- server ----------------------------------------------------------------------------------
 
+namespace {
+
+// What a request whose handling failed is answered: the service's own error codes.
+constexpr uint32_t kServiceErrorMemory = ND_ERR_MEMORY_SHORT;
+constexpr uint32_t kServiceErrorFailed = ND_ERR_OPERATION_FAILED;
+
+uint32_t envNumber(const char *name, uint32_t fallback)
+{
+    const char *v = getenv(name);
+    if (v && *v) {
+        char *end = nullptr;
+        unsigned long n = strtoul(v, &end, 10);
+        if (end && *end == '\0' && n > 0 && n <= 0x7fffffffUL)
+            return static_cast<uint32_t>(n);
+    }
+    return fallback;
+}
+
+int64_t nowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now().time_since_epoch()).count();
+}
+
+// Whether something accepts connections on the socket file at path.
+bool socketAlive(const std::string &path)
+{
+    int fd = connectTo(path);
+    if (fd < 0)
+        return false;
+    close(fd);
+    return true;
+}
+
+} // namespace
+
+ServiceLimits service_limits_from_env()
+{
+    ServiceLimits limits;
+    limits.maxConnections = envNumber("NDSIM_SERVICE_MAX_CONNECTIONS", limits.maxConnections);
+    limits.idleMs = envNumber("NDSIM_SERVICE_IDLE_MS", limits.idleMs);
+    return limits;
+}
+
 ServiceServer::~ServiceServer()
 {
     stop();
@@ -512,18 +638,48 @@ bool ServiceServer::listen(const std::string &socketPath)
         return false;
     }
     memcpy(addr.sun_path, socketPath.c_str(), socketPath.size() + 1);
+    struct stat old {};
+    if (lstat(socketPath.c_str(), &old) == 0) {
+        if (!S_ISSOCK(old.st_mode)) {
+            logLine("server", "cannot listen on " + socketPath + ": a file that is no socket is in the way");
+            return false;
+        }
+        if (socketAlive(socketPath)) {
+            logLine("server", "cannot listen on " + socketPath + ": another service accepts on it");
+            return false;
+        }
+        unlink(socketPath.c_str()); // left by a service that is gone
+    }
     int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0)
         return false;
-    unlink(socketPath.c_str());
-    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 || ::listen(fd, 64) != 0) {
+    // The socket file takes the socket's mode less the umask: made owner-only before it exists,
+    // and set exactly once it does, whatever the umask.
+    fchmod(fd, S_IRUSR | S_IWUSR);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        chmod(socketPath.c_str(), S_IRUSR | S_IWUSR) != 0 || ::listen(fd, 64) != 0) {
         logLine("server", "cannot listen on " + socketPath + ": " + strerror(errno));
         close(fd);
         return false;
     }
+    struct stat made {};
+    if (lstat(socketPath.c_str(), &made) == 0) {
+        socketDev_ = static_cast<unsigned long>(made.st_dev);
+        socketIno_ = static_cast<unsigned long>(made.st_ino);
+    }
     listenFd_ = fd;
     path_ = socketPath;
     return true;
+}
+
+void ServiceServer::unlink_socket()
+{
+    struct stat now {};
+    if (path_.empty() || lstat(path_.c_str(), &now) != 0)
+        return;
+    // Another service may have put its own socket there since: that one stays.
+    if (static_cast<unsigned long>(now.st_dev) == socketDev_ && static_cast<unsigned long>(now.st_ino) == socketIno_)
+        unlink(path_.c_str());
 }
 
 void ServiceServer::stop()
@@ -531,8 +687,30 @@ void ServiceServer::stop()
     stopping_ = true;
 }
 
+void ServiceServer::refuse(int fd, const std::string &reason)
+{
+    // The answer is small enough for an empty socket buffer: written without waiting. A client
+    // reads it whether it sent its request before the close or finds the connection closed.
+    frame_write(fd, wire_encode_response(wire_refusal(reason)), 0);
+    int64_t now = nowMs();
+    if (lastRefusalLogMs_ >= 0 && now - lastRefusalLogMs_ < 1000) {
+        ++refusalsNotLogged_;
+        return;
+    }
+    std::string line = "refused connection: " + reason;
+    if (refusalsNotLogged_)
+        line += " (" + std::to_string(refusalsNotLogged_) + " more refused since the last line)";
+    logLine("server", line);
+    lastRefusalLogMs_ = now;
+    refusalsNotLogged_ = 0;
+}
+
 void ServiceServer::serve(const ServiceHandler &handler)
 {
+    if (limits_.idleMs == 0) {
+        uint64_t ms = static_cast<uint64_t>(kServiceIdleUnits) * cmf_unit_ms();
+        limits_.idleMs = ms > 0x7fffffff ? 0x7fffffff : static_cast<uint32_t>(ms);
+    }
     uint64_t nextId = 1;
     while (!stopping_.load()) {
         pollfd p{listenFd_, POLLIN, 0};
@@ -540,53 +718,140 @@ void ServiceServer::serve(const ServiceHandler &handler)
         if (r <= 0)
             continue;
         int fd = accept4(listenFd_, nullptr, nullptr, SOCK_CLOEXEC);
-        if (fd < 0)
+        if (fd < 0) {
+            // Out of descriptors: the pending connection stays queued; give others time to end.
+            if (errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
-        ++activeConnections_;
-        uint64_t id = nextId++;
+        }
+        // Whatever fails while a connection is admitted ends that connection, never the server.
+        bool handedOver = false;
+        try {
+            handedOver = admit(fd, nextId++, handler);
+        } catch (const std::exception &) {
+        }
+        if (!handedOver)
+            close(fd);
+    }
+}
+
+bool ServiceServer::admit(int fd, uint64_t id, const ServiceHandler &handler)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
+        refuse(fd, "peer credentials unknown");
+        return false;
+    }
+    if (peer.uid != geteuid() && peer.uid != 0) {
+        refuse(fd, "user " + std::to_string(peer.uid) + " (pid " + std::to_string(peer.pid) +
+                       ") is neither the service's user nor root");
+        return false;
+    }
+    if (activeConnections_.load() >= static_cast<long>(limits_.maxConnections)) {
+        refuse(fd, "too many connections (" + std::to_string(limits_.maxConnections) + " open)");
+        return false;
+    }
+    ++activeConnections_;
+    try {
         std::thread([this, fd, id, handler]() {
-            ServiceConnection connection;
-            connection.id = id;
-            for (;;) {
-                std::vector<uint8_t> body;
-                // Wait in short slices so that a stopping server does not hang on an idle client.
-                FrameResult r = FrameResult::timeout;
-                while (!stopping_.load()) {
-                    pollfd p{fd, POLLIN, 0};
-                    int ready = poll(&p, 1, 100);
-                    if (ready > 0) {
-                        // A client that starts a frame must finish it within a bounded time.
-                        r = frame_read(fd, body, 10000);
-                        break;
-                    }
-                    if (ready < 0 && errno != EINTR) {
-                        r = FrameResult::error;
-                        break;
-                    }
-                }
-                if (stopping_.load() || r != FrameResult::ok) {
-                    if (r == FrameResult::oversize)
-                        logLine("server", "rejected request: frame too large");
-                    else if (r == FrameResult::error)
-                        logLine("server", "rejected request: truncated frame");
-                    else if (r == FrameResult::timeout && !stopping_.load())
-                        logLine("server", "rejected request: incomplete frame");
-                    break;
-                }
-                CmfRequest request;
-                std::string why;
-                if (!wire_decode_request(body.data(), body.size(), request, &why)) {
-                    logLine("server", "rejected request: " + why);
-                    break;
-                }
-                ++connection.requests;
-                CmfResponse response = handler(request, connection);
-                if (frame_write(fd, wire_encode_response(response), 10000) != FrameResult::ok)
-                    break;
+            try {
+                serveConnection(fd, id, handler);
+            } catch (const std::exception &) {
+                // Only the connection ends: its client sees it closed.
             }
             close(fd);
             --activeConnections_;
         }).detach();
+        return true;
+    } catch (const std::exception &) {
+        --activeConnections_;
+        refuse(fd, "no thread to serve it");
+        return false;
+    }
+}
+
+void ServiceServer::serveConnection(int fd, uint64_t id, const ServiceHandler &handler)
+{
+    ServiceConnection connection;
+    connection.id = id;
+    for (;;) {
+        // Wait for the next request in short slices, so that a stopping server does not hang
+        // on an idle client, and for no longer than the idle time-out.
+        Clock::time_point idleDeadline = Clock::now() + std::chrono::milliseconds(limits_.idleMs);
+        bool ready = false;
+        while (!stopping_.load() && !ready) {
+            int slice = remainingMs(idleDeadline, true);
+            if (slice == 0)
+                return; // idle: closed without a word, the client opens a new one
+            pollfd p{fd, POLLIN, 0};
+            int r = poll(&p, 1, slice < 100 ? slice : 100);
+            if (r > 0)
+                ready = true;
+            else if (r < 0 && errno != EINTR)
+                return;
+        }
+        if (stopping_.load())
+            return;
+        std::vector<uint8_t> body;
+        // A client that starts a frame must finish it within a bounded time.
+        FrameResult r = frame_read(fd, body, static_cast<int>(limits_.frameMs));
+        switch (r) {
+        case FrameResult::ok:
+            break;
+        case FrameResult::oversize:
+            logLine("server", "rejected request: frame too large");
+            return;
+        case FrameResult::nomemory:
+            logLine("server", "rejected request: no memory for it");
+            return;
+        case FrameResult::error:
+            logLine("server", "rejected request: truncated frame");
+            return;
+        case FrameResult::timeout:
+            if (!stopping_.load())
+                logLine("server", "rejected request: incomplete frame");
+            return;
+        case FrameResult::closed:
+            return;
+        }
+        std::vector<uint8_t> answer;
+        try {
+            CmfRequest request;
+            std::string why;
+            if (!wire_decode_request(body.data(), body.size(), request, &why)) {
+                logLine("server", "rejected request: " + why);
+                return;
+            }
+            body = std::vector<uint8_t>();
+            ++connection.requests;
+            CmfResponse response;
+            try {
+                response = handler(request, connection);
+            } catch (const std::bad_alloc &) {
+                logLine("server", "request " + std::to_string(request.cmdCode) + " failed: no memory");
+                response = CmfResponse{};
+                response.status = kServiceErrorMemory;
+            } catch (const std::exception &e) {
+                logLine("server", "request " + std::to_string(request.cmdCode) + " failed: " + e.what());
+                response = CmfResponse{};
+                response.status = kServiceErrorFailed;
+            }
+            answer = wire_encode_response(response);
+            if (answer.size() > kWireMaxBody) {
+                logLine("server", "answer to request " + std::to_string(request.cmdCode) + " too large (" +
+                                      std::to_string(answer.size()) + " bytes)");
+                CmfResponse failed;
+                failed.status = kServiceErrorFailed;
+                answer = wire_encode_response(failed);
+            }
+        } catch (const std::bad_alloc &) {
+            // Not even the error answer could be built.
+            logLine("server", "rejected request: no memory for it");
+            return;
+        }
+        if (frame_write(fd, answer, static_cast<int>(limits_.frameMs)) != FrameResult::ok)
+            return;
     }
 }
 

@@ -36,14 +36,26 @@ constexpr uint32_t kCmfStatusUnreachable = 2;  // no service listens on the sock
 constexpr uint32_t kCmfStatusBroken = 3;       // the service closed the connection
 constexpr uint32_t kCmfStatusTimeout = 4;      // no (complete) answer within the timeout
 constexpr uint32_t kCmfStatusMalformed = 7;    // the answer could not be decoded
+constexpr uint32_t kCmfStatusRefused = 8;      // the service refused the connection
 constexpr uint32_t kCmfStatusLast = 13;
 
 constexpr uint32_t kWireRequestMagic = 0x4E445251u;  // "NDRQ"
 constexpr uint32_t kWireResponseMagic = 0x4E445253u; // "NDRS"
-constexpr uint32_t kWireMaxBody = 64u << 20;          // larger frames are refused
+// Larger frames are refused, in both directions. The largest real message is a batch of ND
+// library records on its way to the service: at most kNdLibraryBatchBytes of records (1 MiB)
+// plus 72 bytes of request header and item header, 1,048,648 bytes. Every answer of the
+// service is far smaller (a VXLAN table answer of 64 records is about 8.7 KB, a user-bind
+// page of 15 entries 1.1 KB). Twice the largest message leaves room for growth while a peer
+// can make the other side hold at most 2 MiB per connection.
+constexpr uint32_t kNdLibraryBatchBytes = 1u << 20;
+constexpr uint32_t kWireMaxBody = 2u << 20;
 constexpr uint32_t kWireMaxItems = 65536;
 constexpr uint32_t kWireMaxServiceName = 64;
 constexpr uint32_t kDefaultTimeoutUnits = 20; // a context whose timeout was never set
+// A refusal of the service: a response with status kCmfStatusRefused and one item of this
+// type holding the reason as text. No answer of the service itself has a status below 16
+// other than 0 and 13, so a refusal cannot be mistaken for one.
+constexpr uint32_t kWireRefusalReasonItem = 1;
 
 // ---- framing -------------------------------------------------------------------------------
 std::vector<uint8_t> wire_encode_request(const CmfRequest &request);
@@ -52,9 +64,15 @@ std::vector<uint8_t> wire_encode_response(const CmfResponse &response);
 // body, with the reason in *why.
 bool wire_decode_request(const uint8_t *body, size_t size, CmfRequest &request, std::string *why = nullptr);
 bool wire_decode_response(const uint8_t *body, size_t size, CmfResponse &response, std::string *why = nullptr);
+// The refusal the server answers to a connection it does not serve, and its reason when a
+// response is one.
+CmfResponse wire_refusal(const std::string &reason);
+bool wire_is_refusal(const CmfResponse &response, std::string *reason = nullptr);
 
 // Blocking frame I/O on a stream socket, bounded by a deadline in milliseconds (<0: none).
-enum class FrameResult { ok, closed, timeout, error, oversize };
+// A body is read as it arrives: memory grows with the bytes received, never with the length
+// the peer declared. `nomemory`: the body could not be held.
+enum class FrameResult { ok, closed, timeout, error, oversize, nomemory };
 FrameResult frame_write(int fd, const std::vector<uint8_t> &body, int timeoutMs);
 FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs);
 
@@ -62,6 +80,8 @@ FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs);
 std::string state_dir();                                   // $NDSIM_STATE, else ./ndsim-state
 std::string service_socket_path(const std::string &stateDir);
 std::string service_pid_path(const std::string &stateDir);
+// Held (flock) by the one ndsvc of a state directory for as long as it runs; holds its pid.
+std::string service_lock_path(const std::string &stateDir);
 uint32_t cmf_unit_ms(); // $NDSIM_CMF_UNIT_MS, else 1000
 
 // ---- client side ---------------------------------------------------------------------------
@@ -82,7 +102,15 @@ bool service_running(const std::string &stateDir); // something accepts on the s
 // its process id, or -1.
 long service_start(const std::string &stateDir, const std::vector<std::string> &extraArgs = {});
 // Stops the ndsvc of stateDir (by its pid file): SIGTERM, or SIGKILL when hard; waits for it.
+// Only a process that holds the state directory's lock is signalled: a pid file left by a
+// crash names a process that may since be someone else. True when no service runs afterwards.
 bool service_stop(const std::string &stateDir, bool hard = false);
+// The process that holds the lock of stateDir: its pid, 0 when the lock is free, -1 when it is
+// held by a process that cannot be named.
+long service_lock_holder(const std::string &stateDir);
+// Makes the state directory (and its parents): owner-only (0700) when it is made here,
+// whatever the umask. True when it exists afterwards.
+bool service_state_dir_make(const std::string &path);
 // The path of the ndsvc executable that service_start runs.
 std::string service_executable();
 
@@ -104,6 +132,24 @@ struct ServiceConnection {
 };
 using ServiceHandler = std::function<CmfResponse(const CmfRequest &request, ServiceConnection &connection)>;
 
+// Connections served at once. A shell holds one connection per command in progress, the ND
+// library's records one more, and DCM_Query a short-lived probe: a few shells need about ten.
+constexpr uint32_t kServiceMaxConnections = 64;
+// A connection that sends no request for this many units of the context timeout is closed:
+// six times the 20 units the plug-in waits for an answer (120 s with the default unit), so
+// that a context that goes on with a follow-up round is never cut off in between.
+constexpr uint32_t kServiceIdleUnits = 120;
+// A request once begun must have arrived whole within this time.
+constexpr uint32_t kServiceFrameMs = 10000;
+
+struct ServiceLimits {
+    uint32_t maxConnections = kServiceMaxConnections;
+    uint32_t idleMs = 0; // 0: kServiceIdleUnits of cmf_unit_ms()
+    uint32_t frameMs = kServiceFrameMs;
+};
+// The limits with $NDSIM_SERVICE_MAX_CONNECTIONS and $NDSIM_SERVICE_IDLE_MS applied.
+ServiceLimits service_limits_from_env();
+
 class ServiceServer {
 public:
     ServiceServer() = default;
@@ -111,19 +157,39 @@ public:
     ServiceServer(const ServiceServer &) = delete;
     ServiceServer &operator=(const ServiceServer &) = delete;
 
-    // Binds and listens at socketPath (an old socket file is replaced). False on failure.
+    // Before serve().
+    void limits_set(const ServiceLimits &limits) { limits_ = limits; }
+    // Binds and listens at socketPath, the socket file owner-only (0600) whatever the umask.
+    // A socket file left by a service that is gone is replaced; one that a service still
+    // accepts on, or a file that is no socket, is left alone and listening fails.
     bool listen(const std::string &socketPath);
-    // Serves connections, one thread each, until stop() is called; handler calls may run
-    // concurrently on several connections.
+    // Serves connections until stop() is called, one thread each, at most maxConnections at
+    // once; handler calls may run concurrently on several connections. A connection beyond
+    // the limit, or from a peer whose user is neither this process's nor root, is answered
+    // a refusal and closed, with one line on stderr.
     void serve(const ServiceHandler &handler);
     void stop();
+    // Removes the socket file, when it is still the one that listen() made.
+    void unlink_socket();
     const std::string &path() const { return path_; }
+    long active_connections() const { return activeConnections_.load(); }
 
 private:
+    // Serves fd on a thread of its own (true), or answers a refusal (false: fd is the caller's).
+    bool admit(int fd, uint64_t id, const ServiceHandler &handler);
+    // Answers the refusal on fd, which stays open, and logs it.
+    void refuse(int fd, const std::string &reason);
+    void serveConnection(int fd, uint64_t id, const ServiceHandler &handler);
+
     int listenFd_ = -1;
     std::string path_;
+    unsigned long socketDev_ = 0, socketIno_ = 0;
+    ServiceLimits limits_;
     std::atomic<bool> stopping_{false};
     std::atomic<long> activeConnections_{0};
+    // Refusals are logged at most once a second; the next line counts those left out.
+    int64_t lastRefusalLogMs_ = -1;
+    unsigned long refusalsNotLogged_ = 0;
 };
 
 } // namespace ndplat

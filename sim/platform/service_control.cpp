@@ -13,9 +13,12 @@
 #include <thread>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -51,18 +54,6 @@ std::string attachedDir()
 {
     std::lock_guard<std::mutex> hold(control().mutex);
     return control().stateDir;
-}
-
-void makeDirs(const std::string &path)
-{
-    std::string partial;
-    size_t pos = 0;
-    while (pos != std::string::npos) {
-        pos = path.find('/', pos + 1);
-        partial = path.substr(0, pos);
-        if (!partial.empty())
-            mkdir(partial.c_str(), 0755);
-    }
 }
 
 // Collects children that have ended, so that a dead service is not left a zombie.
@@ -119,14 +110,42 @@ const ServiceControl kControl{queryHook, startHook};
 
 long readPid(const std::string &path)
 {
-    FILE *f = fopen(path.c_str(), "r");
-    if (!f)
+    int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
         return -1;
-    long pid = -1;
-    if (fscanf(f, "%ld", &pid) != 1)
-        pid = -1;
+    char text[32] = {};
+    ssize_t n = read(fd, text, sizeof text - 1);
+    close(fd);
+    if (n <= 0)
+        return -1;
+    char *end = nullptr;
+    long pid = strtol(text, &end, 10);
+    return end != text && pid > 0 ? pid : -1;
+}
+
+// The process that /proc/locks shows holding a flock on the file of `st`; 0 when none is shown.
+long procLocksHolder(const struct stat &st)
+{
+    FILE *f = fopen("/proc/locks", "re");
+    if (!f)
+        return 0;
+    long holder = 0;
+    char line[256];
+    while (fgets(line, sizeof line, f)) {
+        // "1: FLOCK  ADVISORY  WRITE 1234 fe:00:10954132 0 EOF"; waiters show "->" as the kind.
+        char kind[16] = {}, advice[16] = {}, mode[16] = {};
+        long pid = 0;
+        unsigned major = 0, minor = 0;
+        unsigned long inode = 0;
+        if (sscanf(line, "%*d: %15s %15s %15s %ld %x:%x:%lu", kind, advice, mode, &pid, &major, &minor, &inode) == 7 &&
+            strcmp(kind, "FLOCK") == 0 && inode == static_cast<unsigned long>(st.st_ino) &&
+            major == static_cast<unsigned>(::major(st.st_dev)) && minor == static_cast<unsigned>(::minor(st.st_dev))) {
+            holder = pid;
+            break;
+        }
+    }
     fclose(f);
-    return pid;
+    return holder;
 }
 
 bool processGone(pid_t pid)
@@ -154,7 +173,7 @@ constexpr uint32_t kInjectRemoteNbrAdd = 1002;
 constexpr uint32_t kInjectItem = 1;
 constexpr size_t kSuppressionRecord = 52;
 constexpr size_t kRemoteNbrRecord = 64;
-constexpr size_t kBatchBytes = 1u << 20;
+constexpr size_t kBatchBytes = kNdLibraryBatchBytes;
 
 struct Batch {
     uint32_t code;
@@ -180,6 +199,15 @@ Forwarder &forwarder()
 
 bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
 {
+    // Nothing is due on the connection between batches: readable means that the service
+    // closed it as idle, and a new one carries the batch.
+    if (f.fd >= 0) {
+        pollfd p{f.fd, POLLIN, 0};
+        if (poll(&p, 1, 0) > 0) {
+            close(f.fd);
+            f.fd = -1;
+        }
+    }
     if (f.fd < 0) {
         sockaddr_un addr{};
         addr.sun_family = AF_UNIX;
@@ -202,9 +230,17 @@ bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
     request.items.push_back(CmfItem::of(kInjectItem, batch.bytes.data(), static_cast<uint32_t>(batch.bytes.size())));
     std::vector<uint8_t> answer;
     CmfResponse response;
-    bool good = frame_write(f.fd, wire_encode_request(request), 30000) == FrameResult::ok &&
+    FrameResult written = frame_write(f.fd, wire_encode_request(request), 30000);
+    // A refusal is answered before the service closes: it is read also when the write failed.
+    bool good = (written == FrameResult::ok || written == FrameResult::closed) &&
                 frame_read(f.fd, answer, 30000) == FrameResult::ok &&
                 wire_decode_response(answer.data(), answer.size(), response);
+    std::string why;
+    if (good && wire_is_refusal(response, &why)) {
+        fprintf(stderr, "ndcmf client: refused by the service: %s\n", why.c_str());
+        good = false;
+    }
+    good = good && written == FrameResult::ok;
     if (!good) {
         close(f.fd);
         f.fd = -1;
@@ -246,9 +282,18 @@ void nd_library_forward(size_t recordSize, bool add, const void *records, uint32
         return;
     uint32_t code = (recordSize == kSuppressionRecord ? kInjectSuppressionAdd : kInjectRemoteNbrAdd) + (add ? 0 : 1);
     const uint8_t *p = static_cast<const uint8_t *>(records);
-    if (f.queue.empty() || f.queue.back().code != code || f.queue.back().bytes.size() >= kBatchBytes)
-        f.queue.push_back(Batch{code, {}});
-    f.queue.back().bytes.insert(f.queue.back().bytes.end(), p, p + recordSize * count);
+    // Whole records, at most kBatchBytes of them per batch, so that every batch fits a frame.
+    size_t perBatch = kBatchBytes / recordSize;
+    for (uint32_t left = count; left > 0;) {
+        if (f.queue.empty() || f.queue.back().code != code || f.queue.back().bytes.size() / recordSize >= perBatch)
+            f.queue.push_back(Batch{code, {}});
+        std::vector<uint8_t> &bytes = f.queue.back().bytes;
+        size_t room = perBatch - bytes.size() / recordSize;
+        size_t n = left < room ? left : room;
+        bytes.insert(bytes.end(), p, p + recordSize * n);
+        p += recordSize * n;
+        left -= static_cast<uint32_t>(n);
+    }
     if (!f.workerStarted) {
         f.workerStarted = true;
         std::thread(forwardWorker).detach();
@@ -291,10 +336,63 @@ bool service_running(const std::string &stateDir)
     return ok;
 }
 
+bool service_state_dir_make(const std::string &pathIn)
+{
+    std::string path = pathIn;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    // Parents as `mkdir -p` makes them; the state directory itself owner-only when made here.
+    for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1))
+        mkdir(path.substr(0, pos).c_str(), 0755);
+    if (mkdir(path.c_str(), S_IRWXU) == 0)
+        return chmod(path.c_str(), S_IRWXU) == 0;
+    struct stat st {};
+    return errno == EEXIST && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+long service_lock_holder(const std::string &stateDirIn)
+{
+    std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
+    std::string path = service_lock_path(stateDir);
+    int fd = open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return 0; // never started here
+    struct stat st {};
+    long holder = fstat(fd, &st) == 0 ? procLocksHolder(st) : 0;
+    if (holder == 0) {
+        // Not shown there (no /proc, or a file system that shows other numbers): ask the lock.
+        // A service that starts meanwhile tries its lock for a while, so this brief hold does
+        // not turn it away.
+        if (flock(fd, LOCK_SH | LOCK_NB) == 0) {
+            flock(fd, LOCK_UN);
+            close(fd);
+            return 0;
+        }
+        holder = readPid(path); // the holder writes its pid there
+    }
+    close(fd);
+    return holder > 0 ? holder : -1;
+}
+
 long service_start(const std::string &stateDirIn, const std::vector<std::string> &extraArgs)
 {
     std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
-    makeDirs(stateDir);
+    service_state_dir_make(stateDir);
+    // A service that holds the directory and does not accept yet is starting: wait for it
+    // rather than start a second one that would only find the lock taken.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(startWaitMs());
+    long holder = service_lock_holder(stateDir);
+    if (holder != 0) {
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (service_running(stateDir))
+                return holder;
+            if (service_lock_holder(stateDir) == 0)
+                break; // it ended without accepting: start one here
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        if (service_lock_holder(stateDir) != 0)
+            return -1;
+    }
     std::string exe = service_executable();
     // Everything the child needs is prepared before fork: after it, only exec-safe calls.
     std::vector<std::string> args{exe, "--state", stateDir};
@@ -350,15 +448,23 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
         std::lock_guard<std::mutex> hold(control().mutex);
         control().children.insert(pid);
     }
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(startWaitMs());
+    bool childGone = false;
     while (std::chrono::steady_clock::now() < deadline) {
-        if (service_running(stateDir))
-            return pid;
-        if (childEnded(pid))
-            return -1;
+        if (service_running(stateDir)) {
+            // The one that holds the directory, which is this child unless another start won.
+            long holder = service_lock_holder(stateDir);
+            return holder > 0 ? holder : pid;
+        }
+        if (!childGone && childEnded(pid)) {
+            // Another start on the same directory won the lock: its service is the one.
+            childGone = true;
+            if (service_lock_holder(stateDir) == 0)
+                return -1;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    kill(pid, SIGKILL);
+    if (!childGone)
+        kill(pid, SIGKILL);
     return -1;
 }
 
@@ -368,6 +474,14 @@ bool service_stop(const std::string &stateDirIn, bool hard)
     long pid = readPid(service_pid_path(stateDir));
     if (pid <= 0)
         return false;
+    long holder = service_lock_holder(stateDir);
+    if (holder == 0) {
+        // Left by a service that is gone (a crash): whoever has that pid now is not ours.
+        reapChildren();
+        return true;
+    }
+    if (holder != pid)
+        return false; // the pid file does not name the service that runs
     if (kill(static_cast<pid_t>(pid), hard ? SIGKILL : SIGTERM) != 0)
         return errno == ESRCH;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
@@ -382,7 +496,7 @@ bool service_stop(const std::string &stateDirIn, bool hard)
 void service_attach(const std::string &stateDirIn)
 {
     std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
-    makeDirs(stateDir);
+    service_state_dir_make(stateDir);
     {
         std::lock_guard<std::mutex> hold(control().mutex);
         control().stateDir = stateDir;

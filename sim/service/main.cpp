@@ -2,19 +2,35 @@
 // requests on the Unix-domain socket of the state directory until it is told to stop.
 //
 //   ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]
-//         [--user-bind-ceiling N]
+//         [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]
 //
 // --die-after N makes the process end abruptly, without an answer, when the Nth request arrives
 // (tests of a service that dies in the middle of a listing). --user-bind-ceiling N makes the
 // static user-bind table full at N entries instead of 1,024 (tests of the full table).
+// --max-connections and --idle-timeout-ms (also $NDSIM_SERVICE_MAX_CONNECTIONS and
+// $NDSIM_SERVICE_IDLE_MS) set how many connections are served at once and after how long a
+// connection without a request is closed.
+//
+// One service per state directory: it holds an flock on <state>/ndsvc.lock (which holds its pid)
+// for as long as it runs. A second one finds the lock taken, says who holds it and ends without
+// touching the socket or the pid file. Whoever holds the lock owns the socket and the pid file:
+// those that a service which ended without cleaning up left behind are replaced, and at the end
+// only the files this process made are removed.
 #include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <new>
 #include <string>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "nd_service.h"
@@ -27,24 +43,142 @@
 
 namespace {
 
-ndplat::ServiceServer *gServer = nullptr;
+// How long a start tries for the lock: longer than anyone holds it only to look at it
+// (service_lock_holder), far shorter than a service holds it.
+constexpr int kLockTries = 50;
+constexpr int kLockTryMs = 5;
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+
+std::atomic<ndplat::ServiceServer *> gServer{nullptr};
 
 void onSignal(int)
 {
-    if (gServer)
-        gServer->stop();
+    if (ndplat::ServiceServer *server = gServer.load())
+        server->stop();
 }
 
 int usage()
 {
     fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n"
-                    "             [--user-bind-ceiling N]\n");
+                    "             [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]\n");
     return 2;
 }
 
-} // namespace
+// A positive number option; false on anything else.
+bool positive(const char *text, unsigned long &value)
+{
+    char *end = nullptr;
+    errno = 0;
+    value = strtoul(text, &end, 10);
+    return end && end != text && *end == '\0' && errno == 0 && value > 0 && value <= 0x7fffffffUL;
+}
 
-int main(int argc, char **argv)
+// The file made here, so that it is removed at the end only when it is still this one.
+struct OwnedFile {
+    std::string path;
+    dev_t dev = 0;
+    ino_t ino = 0;
+    bool made = false;
+
+    void remember(int fd)
+    {
+        struct stat st {};
+        made = fstat(fd, &st) == 0;
+        dev = st.st_dev;
+        ino = st.st_ino;
+    }
+    void removeIfOurs() const
+    {
+        struct stat st {};
+        if (made && lstat(path.c_str(), &st) == 0 && st.st_dev == dev && st.st_ino == ino)
+            unlink(path.c_str());
+    }
+};
+
+// The state directory's lock, held until the end of the process's work.
+struct HeldLock {
+    int fd = -1;
+    HeldLock() = default;
+    HeldLock(const HeldLock &) = delete;
+    HeldLock &operator=(const HeldLock &) = delete;
+    ~HeldLock()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+};
+
+// Removes, on every way out, the socket and pid file that this process made.
+struct MadeFiles {
+    ndplat::ServiceServer &server;
+    OwnedFile &pidFile;
+    MadeFiles(ndplat::ServiceServer &s, OwnedFile &p) : server(s), pidFile(p) {}
+    MadeFiles(const MadeFiles &) = delete;
+    MadeFiles &operator=(const MadeFiles &) = delete;
+    ~MadeFiles()
+    {
+        gServer = nullptr;
+        server.unlink_socket();
+        pidFile.removeIfOurs();
+    }
+};
+
+bool writeAll(int fd, const std::string &text)
+{
+    return write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+// Takes the state directory's lock and writes this process's pid into it. -1 (with a line on
+// stderr) when another process holds it.
+int takeLock(const std::string &stateDir)
+{
+    std::string path = ndplat::service_lock_path(stateDir);
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+    if (fd < 0) {
+        fprintf(stderr, "ndsvc: cannot open %s: %s\n", path.c_str(), strerror(errno));
+        return -1;
+    }
+    fchmod(fd, kOwnerOnly);
+    bool locked = false;
+    for (int i = 0; i < kLockTries && !locked; ++i) {
+        locked = flock(fd, LOCK_EX | LOCK_NB) == 0;
+        if (!locked && errno != EWOULDBLOCK && errno != EINTR)
+            break;
+        if (!locked)
+            std::this_thread::sleep_for(std::chrono::milliseconds(kLockTryMs));
+    }
+    if (!locked) {
+        long holder = ndplat::service_lock_holder(stateDir);
+        if (holder > 0)
+            fprintf(stderr, "ndsvc: state directory %s is in use by ndsvc pid %ld\n", stateDir.c_str(), holder);
+        else
+            fprintf(stderr, "ndsvc: state directory %s is in use by another ndsvc\n", stateDir.c_str());
+        close(fd);
+        return -1;
+    }
+    std::string pid = std::to_string(static_cast<long>(getpid())) + "\n";
+    if (ftruncate(fd, 0) != 0 || !writeAll(fd, pid))
+        fprintf(stderr, "ndsvc: cannot write %s: %s\n", path.c_str(), strerror(errno));
+    return fd;
+}
+
+// Writes the pid file anew (one left behind is replaced, never written through), owner-only.
+bool writePidFile(OwnedFile &file)
+{
+    unlink(file.path.c_str());
+    int fd = open(file.path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kOwnerOnly);
+    if (fd < 0) {
+        fprintf(stderr, "ndsvc: cannot write %s: %s\n", file.path.c_str(), strerror(errno));
+        return false;
+    }
+    fchmod(fd, kOwnerOnly);
+    bool good = writeAll(fd, std::to_string(static_cast<long>(getpid())) + "\n");
+    file.remember(fd);
+    close(fd);
+    return good;
+}
+
+int run(int argc, char **argv)
 {
     // The platform's call trace is a test aid; a long-running service keeps none of it.
     ndplat::trace_record_set(false);
@@ -55,9 +189,11 @@ int main(int argc, char **argv)
     uint32_t delayMs = 0;
     unsigned long dieAfter = 0;
     size_t ceiling = ndsvc::kStaticUserBindCeiling;
+    ndplat::ServiceLimits limits = ndplat::service_limits_from_env();
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
+        unsigned long n = 0;
         if (arg == "--state" && hasValue)
             stateDir = argv[++i];
         else if (arg == "--seed" && hasValue)
@@ -70,9 +206,22 @@ int main(int argc, char **argv)
             dieAfter = strtoul(argv[++i], nullptr, 10);
         else if (arg == "--user-bind-ceiling" && hasValue)
             ceiling = strtoul(argv[++i], nullptr, 10);
+        else if (arg == "--max-connections" && hasValue && positive(argv[i + 1], n) && ++i)
+            limits.maxConnections = static_cast<uint32_t>(n);
+        else if (arg == "--idle-timeout-ms" && hasValue && positive(argv[i + 1], n) && ++i)
+            limits.idleMs = static_cast<uint32_t>(n);
         else
             return usage();
     }
+    if (!ndplat::service_state_dir_make(stateDir)) {
+        fprintf(stderr, "ndsvc: cannot make state directory %s: %s\n", stateDir.c_str(), strerror(errno));
+        return 1;
+    }
+    // Declared first, so that it is released last: until then the files are this process's.
+    HeldLock lock;
+    lock.fd = takeLock(stateDir);
+    if (lock.fd < 0)
+        return 1;
     setenv("NDSIM_STATE", stateDir.c_str(), 1);
     ndplat::dbm_state_dir_set(stateDir);
 
@@ -89,19 +238,21 @@ int main(int argc, char **argv)
     }
 
     ndplat::ServiceServer server;
-    if (!server.listen(ndplat::service_socket_path(stateDir)))
-        return 1;
-    std::string pidPath = ndplat::service_pid_path(stateDir);
-    if (FILE *f = fopen(pidPath.c_str(), "w")) {
-        fprintf(f, "%ld\n", static_cast<long>(getpid()));
-        fclose(f);
-    }
+    server.limits_set(limits);
+    OwnedFile pidFile;
+    pidFile.path = ndplat::service_pid_path(stateDir);
+    MadeFiles made{server, pidFile};
+    // A stop asked for from here on ends the service, also one that arrives before it serves.
     gServer = &server;
     struct sigaction sa {};
     sa.sa_handler = onSignal;
     sigaction(SIGTERM, &sa, nullptr);
     sigaction(SIGINT, &sa, nullptr);
     signal(SIGPIPE, SIG_IGN);
+    // The pid file first: once the service accepts, it names this process.
+    writePidFile(pidFile);
+    if (!server.listen(ndplat::service_socket_path(stateDir)))
+        return 1;
 
     std::atomic<unsigned long> requests{0};
     server.serve([&service, &requests, dieAfter](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
@@ -109,8 +260,21 @@ int main(int argc, char **argv)
             _exit(3);
         return service.handle(request);
     });
-    gServer = nullptr;
-    unlink(server.path().c_str());
-    unlink(pidPath.c_str());
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Whatever escapes ends the process with a line and a status, never with an abort that
+    // leaves the socket and the pid file behind.
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc &) {
+        fprintf(stderr, "ndsvc: out of memory\n");
+    } catch (const std::exception &e) {
+        fprintf(stderr, "ndsvc: %s\n", e.what());
+    }
+    return 1;
 }

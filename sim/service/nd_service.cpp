@@ -6,9 +6,12 @@
 
 #include <arpa/inet.h>
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -464,15 +467,39 @@ std::vector<uint8_t> pageHeader(uint32_t records, uint16_t next, bool last)
     return h;
 }
 
-void writeDiagnose(const std::string &text)
+// Writes the diagnose text to kDiagnoseFile. The text is written first into a file of a fresh
+// directory that only this process can write (mkdtemp: a name nobody can guess, mode 0700),
+// then renamed into place: rename replaces whatever was planted at the final name, a symbolic
+// link included, instead of following it. When the text cannot be put in place, what is at
+// the final name is removed, so that nothing planted there is shown as the dump; false then.
+bool writeDiagnose(const std::string &text)
 {
-    std::string tmp = std::string(kDiagnoseFile) + format(".%d", static_cast<int>(getpid()));
-    FILE *f = fopen(tmp.c_str(), "w");
-    if (!f)
-        return;
-    fwrite(text.data(), 1, text.size(), f);
-    fclose(f);
-    rename(tmp.c_str(), kDiagnoseFile);
+    std::string dir = std::string(kDiagnoseFile) + ".XXXXXX";
+    if (!mkdtemp(dir.data())) {
+        unlink(kDiagnoseFile);
+        return false;
+    }
+    std::string tmp = dir + "/text";
+    bool good = false;
+    int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (fd >= 0) {
+        size_t done = 0;
+        while (done < text.size()) {
+            ssize_t n = write(fd, text.data() + done, text.size() - done);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                break;
+            done += static_cast<size_t>(n);
+        }
+        good = close(fd) == 0 && done == text.size() && rename(tmp.c_str(), kDiagnoseFile) == 0;
+    }
+    if (!good) {
+        unlink(tmp.c_str());
+        unlink(kDiagnoseFile);
+    }
+    rmdir(dir.c_str());
+    return good;
 }
 
 std::string tunnelText(uint8_t family, const uint8_t *addr)
@@ -1325,8 +1352,7 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
     } else {
         return status(ND_ERR_OPERATION_FAILED);
     }
-    writeDiagnose(text);
-    return ok();
+    return writeDiagnose(text) ? ok() : status(ND_ERR_OPERATION_FAILED);
 }
 
 // ---- test injection ---------------------------------------------------------------------------------
