@@ -24,6 +24,7 @@
 #include <unistd.h>
 
 #include "ndplat_service.h"
+#include "private_files.h"
 #include "ndplat_vxlan.h"
 
 #ifndef NDSIM_NDSVC_PATH
@@ -336,18 +337,10 @@ bool service_running(const std::string &stateDir)
     return ok;
 }
 
-bool service_state_dir_make(const std::string &pathIn)
+bool service_state_dir_make(const std::string &path)
 {
-    std::string path = pathIn;
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    // Parents as `mkdir -p` makes them; the state directory itself owner-only when made here.
-    for (size_t pos = path.find('/', 1); pos != std::string::npos; pos = path.find('/', pos + 1))
-        mkdir(path.substr(0, pos).c_str(), 0755);
-    if (mkdir(path.c_str(), S_IRWXU) == 0)
-        return chmod(path.c_str(), S_IRWXU) == 0;
     struct stat st {};
-    return errno == EEXIST && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    return make_private_dirs(path) && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
 long service_lock_holder(const std::string &stateDirIn)
