@@ -25,11 +25,17 @@ private:
 struct Result {
     int status = -1; // exit status
     std::string out, err;
+    long maxRssKb = 0; // the largest resident set ndsh had
+};
+
+// How ndsh is run besides its arguments.
+struct RunOptions {
+    long fileSizeLimit = -1; // RLIMIT_FSIZE in bytes (SIGXFSZ ignored, so writes fail with EFBIG)
 };
 
 // Runs ndsh with these arguments in the state directory, feeding `input` on standard input.
 Result ndsh(const StateDir &state, const std::vector<std::string> &args, const std::string &input = "",
-         const std::vector<std::string> &env = {});
+         const std::vector<std::string> &env = {}, const RunOptions &options = {});
 
 // The usual arguments: the probe plug-in, no ND service.
 std::vector<std::string> probe_args(std::vector<std::string> more = {});
