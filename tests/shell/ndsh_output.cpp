@@ -188,12 +188,25 @@ TEST(NdshOutput, PosixClassesAndGnuWordOperatorsKeepTheirMeaning)
 
 namespace {
 
-// The resident set of ndsh running a command that prints next to nothing. (The largest resident
-// set of a child counts from its fork: whatever this process holds then counts too.)
-long baseline_rss_kb(const StateDir &state)
+// The largest resident set of ndsh after running `command`, in KB, as the probe's peak-memory
+// command reports it on standard error (after what `command` itself printed there).
+long peak_kb(const Result &r)
 {
-    Result r = ndsh(state, probe_args({"-c", "lines 1"}));
-    return r.maxRssKb;
+    const std::string key = "peak-memory: ";
+    size_t at = r.err.rfind(key);
+    return at == std::string::npos ? -1 : atol(r.err.c_str() + at + key.size());
+}
+
+std::string without_peak(const std::string &err)
+{
+    size_t at = err.rfind("peak-memory: ");
+    return at == std::string::npos ? err : err.substr(0, at);
+}
+
+// The shell after a command that prints next to nothing.
+long baseline_kb(const StateDir &state)
+{
+    return peak_kb(ndsh(state, probe_args({"-c", "lines 1; peak-memory"})));
 }
 
 constexpr long kCaptureSlackKb = 16 << 10; // what the capture may add, far below the output's size
@@ -203,32 +216,32 @@ constexpr long kCaptureSlackKb = 16 << 10; // what the capture may add, far belo
 TEST(NdshOutput, AHandlerPrintingWithoutPagerCallsDoesNotGrowTheShell)
 {
     StateDir state;
-    long base = baseline_rss_kb(state);
-    {
-        Result r = ndsh(state, probe_args({"-c", "flood 48"}));
-        EXPECT_EQ(r.status, 0);
-        ASSERT_EQ(r.out.size(), 48u << 20);
-        EXPECT_EQ(r.out.substr(0, 12), "00000000 xxx");
-        EXPECT_EQ(r.out.substr(r.out.size() - 1024, 9), "00049151 ");
-        EXPECT_EQ(count(r.out, "\n"), 48u * 1024);
-        EXPECT_EQ(r.err, "flood: done\n");
-        EXPECT_LT(r.maxRssKb, base + kCaptureSlackKb) << "baseline " << base << " KB";
-    } // its 48 MiB are gone before the next ndsh is forked from this process
+    long base = baseline_kb(state);
+    ASSERT_GT(base, 0);
+    Result r = ndsh(state, probe_args({"-c", "flood 48; peak-memory"}));
+    EXPECT_EQ(r.status, 0);
+    ASSERT_EQ(r.out.size(), 48u << 20);
+    EXPECT_EQ(r.out.substr(0, 12), "00000000 xxx");
+    EXPECT_EQ(r.out.substr(r.out.size() - 1024, 9), "00049151 ");
+    EXPECT_EQ(count(r.out, "\n"), 48u * 1024);
+    EXPECT_EQ(without_peak(r.err), "flood: done\n");
+    EXPECT_LT(peak_kb(r), base + kCaptureSlackKb) << "baseline " << base << " KB";
 
-    Result filtered = ndsh(state, probe_args({"-c", "flood 48 | include ^0004(0000|9151) "}));
+    Result filtered = ndsh(state, probe_args({"-c", "flood 48 | include ^0004(0000|9151) ; peak-memory"}));
     EXPECT_EQ(filtered.out, "00040000 " + std::string(1014, 'x') + "\n00049151 " + std::string(1014, 'x') + "\n");
-    EXPECT_LT(filtered.maxRssKb, base + kCaptureSlackKb) << "baseline " << base << " KB";
+    EXPECT_LT(peak_kb(filtered), base + kCaptureSlackKb) << "baseline " << base << " KB";
 }
 
 TEST(NdshOutput, AnEndlessLineIsMatchedInPiecesAndDoesNotGrowTheShell)
 {
     StateDir state;
-    long base = baseline_rss_kb(state);
-    Result none = ndsh(state, probe_args({"-c", "flood-line 48 | include y"}));
+    long base = baseline_kb(state);
+    ASSERT_GT(base, 0);
+    Result none = ndsh(state, probe_args({"-c", "flood-line 48 | include y; peak-memory"}));
     EXPECT_EQ(none.status, 0);
     EXPECT_EQ(none.out, "");
-    EXPECT_EQ(none.err, "flood-line: done\n");
-    EXPECT_LT(none.maxRssKb, base + kCaptureSlackKb) << "baseline " << base << " KB";
+    EXPECT_EQ(without_peak(none.err), "flood-line: done\n");
+    EXPECT_LT(peak_kb(none), base + kCaptureSlackKb) << "baseline " << base << " KB";
     // Every 64 KiB piece matches on its own; together they give back the whole line (the
     // shell ends it, as it ends every command's output, before its next prompt).
     Result all = ndsh(state, probe_args({"-c", "flood-line 2 | include ^x+$"}));

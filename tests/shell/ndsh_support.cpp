@@ -105,10 +105,8 @@ Result ndsh(const StateDir &state, const std::vector<std::string> &args, const s
         }
     }
     int status = 0;
-    rusage usage{};
-    wait4(pid, &status, 0, &usage);
+    waitpid(pid, &status, 0);
     run.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    run.maxRssKb = usage.ru_maxrss;
     return run;
 }
 

@@ -25,7 +25,6 @@ private:
 struct Result {
     int status = -1; // exit status
     std::string out, err;
-    long maxRssKb = 0; // the largest resident set ndsh had
 };
 
 // How ndsh is run besides its arguments.

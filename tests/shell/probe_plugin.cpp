@@ -84,6 +84,23 @@ int32_t flood_line(int32_t argc, char **argv)
     return 0;
 }
 
+// Reports on standard error the largest resident set the shell's process has had since it was
+// started (VmHWM: counted from the exec, unlike the wait status's ru_maxrss, which includes
+// the forked copy of the test program).
+int32_t peak_memory(int32_t, char **)
+{
+    FILE *status = fopen("/proc/self/status", "r");
+    char line[256];
+    long kb = -1;
+    while (status && fgets(line, sizeof line, status))
+        if (strncmp(line, "VmHWM:", 6) == 0)
+            kb = atol(line + 6);
+    if (status)
+        fclose(status);
+    fprintf(stderr, "peak-memory: %ld\n", kb);
+    return 0;
+}
+
 int32_t ask(int32_t, char **)
 {
     int32_t answer = GetConsoleRsp("\nSure(Yes|No)?");
@@ -167,6 +184,7 @@ uint32_t probe_init()
                          "'Output modifiers'){include(EN,0,'Include lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')}}}}");
+    SHELL_CmdRegByModule(0, 1, peak_memory, "peak-memory(EN,0,'Report the largest resident set so far')");
     SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
     SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
     SHELL_ConfigScriptReg("PROBE", script_global_late, 50, 1, 32);
