@@ -1,6 +1,7 @@
 // The message-framework client: contexts, item encoding (with copies of the values), send,
 // receive and decode. A context reaches the service through the transport that is set, or,
 // without one, is answered in process from scripted responses (the unit tests' responder).
+#include <atomic>
 #include <cstring>
 #include <deque>
 #include <list>
@@ -16,6 +17,9 @@ constexpr uint32_t kCmfOk = 0;
 constexpr uint32_t kCmfFailure = 1;
 constexpr uint32_t kCmfNoMore = 13;
 constexpr uint32_t kContextMagic = 0xC3F0C3F0u;
+constexpr uint32_t kServiceBusy = 17; // the service's "busy, another operation is processing"
+
+std::atomic<unsigned long> gServiceFailures{0}; // see ndplat::service_failures
 
 struct Context {
     uint32_t magic = kContextMagic;
@@ -155,6 +159,11 @@ std::vector<CmfRequest> cmf_requests()
     return state().requests;
 }
 
+unsigned long service_failures()
+{
+    return gServiceFailures.load();
+}
+
 long cmf_open_contexts()
 {
     std::lock_guard<std::mutex> hold(state().mutex);
@@ -279,8 +288,11 @@ extern "C" uint32_t CMF_ClientResponseRecv(CMF_CONTEXT handle)
     ndplat::CmfResponse response;
     if (ctx->transport) {
         uint32_t status = ctx->transport->receive(ctx->connection, response, ctx->timeout);
-        if (status != kCmfOk)
+        if (status != kCmfOk) {
+            if (status != kCmfFailure) // unreachable, closed, timed out or malformed; not misuse
+                ++gServiceFailures;
             return status;
+        }
     } else {
         if (ctx->inbox.empty())
             return kCmfFailure; // nothing was sent
@@ -290,6 +302,8 @@ extern "C" uint32_t CMF_ClientResponseRecv(CMF_CONTEXT handle)
     ctx->received.push_back(std::move(response));
     ctx->current = &ctx->received.back();
     ctx->cursor = 0;
+    if (ctx->current->status == kServiceBusy)
+        ++gServiceFailures;
     return ctx->current->status;
 }
 

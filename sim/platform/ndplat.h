@@ -141,6 +141,9 @@ void cmf_responder_set(CmfResponder responder);
 void cmf_script(const CmfResponse &response); // answers the next request not yet answered
 std::vector<CmfRequest> cmf_requests();       // every request sent, in order
 long cmf_open_contexts();                     // opened and not yet closed
+// Responses that never came from the service (unreachable, connection closed, timeout,
+// malformed answer) or that it answered "busy" (17), counted since the process started.
+unsigned long service_failures();
 std::vector<std::pair<std::string, CMF_SERVICE_ADDR>> cmf_services();
 
 // ---- service control ---------------------------------------------------------------------

@@ -1,12 +1,14 @@
 // ndsh: the emulated switch's command shell. Loads the ND plug-in as the switch does and gives
 // the operator the switch's command line; see `ndsh --help`.
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <functional>
 #include <iostream>
 
@@ -29,7 +31,12 @@ constexpr const char *kUsage =
     "  --no-startup-config  do not replay the startup configuration on a first start\n"
     "  --bench-startup      report start-up and completion latency, then exit\n"
     "Without -c or -f, commands come from the terminal (line editing, TAB, ?) or from a pipe.\n"
-    "The exit status is 1 when a command was rejected.\n";
+    "Exit status without a terminal: 0 when every command was carried out; 1 when a command was\n"
+    "rejected, or could not be carried out because the ND service was unreachable or busy;\n"
+    "2 for a usage error or a command file that cannot be read.\n";
+
+constexpr int kExitUsage = 2;
+constexpr off_t kMaxCommandFile = 64 << 20;
 
 std::vector<std::string> split_commands(const std::string &text)
 {
@@ -46,6 +53,49 @@ std::vector<std::string> split_commands(const std::string &text)
         start = semi + 1;
     }
     return out;
+}
+
+// The lines of a command file (-f). False, with the reason, when it is not a file that can be
+// read whole: missing, unreadable, a directory, or larger than kMaxCommandFile.
+bool read_command_file(const std::string &path, std::vector<std::string> &lines, std::string &why)
+{
+    ndsh::UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st {};
+    if (!fd || fstat(fd.get(), &st) != 0) {
+        why = strerror(errno);
+        return false;
+    }
+    if (S_ISDIR(st.st_mode)) {
+        why = strerror(EISDIR);
+        return false;
+    }
+    std::string text;
+    char buffer[65536];
+    for (;;) {
+        ssize_t n = read(fd.get(), buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0) {
+            why = strerror(errno);
+            return false;
+        }
+        if (n == 0)
+            break;
+        text.append(buffer, static_cast<size_t>(n));
+        if (text.size() > static_cast<size_t>(kMaxCommandFile)) {
+            why = "larger than " + std::to_string(kMaxCommandFile >> 20) + " MB";
+            return false;
+        }
+    }
+    // As std::getline splits: a last line without its newline still counts.
+    for (size_t start = 0; start < text.size();) {
+        size_t nl = text.find('\n', start);
+        if (nl == std::string::npos)
+            nl = text.size();
+        lines.push_back(text.substr(start, nl - start));
+        start = nl + 1;
+    }
+    return true;
 }
 
 bool parse(int argc, char **argv, ndsh::Options &o)
@@ -191,7 +241,16 @@ int main(int argc, char **argv)
     }
     if (!parse(argc, argv, options)) {
         fputs(kUsage, stderr);
-        return 2;
+        return kExitUsage;
+    }
+    // The command file is read before anything starts, so that a wrong path changes nothing.
+    std::vector<std::string> fileLines;
+    if (!options.file.empty() && options.commands.empty()) {
+        std::string why;
+        if (!read_command_file(options.file, fileLines, why)) {
+            fprintf(stderr, "ndsh: cannot read command file %s: %s\n", options.file.c_str(), why.c_str());
+            return kExitUsage;
+        }
     }
 
     bool scripted = !options.commands.empty() || !options.file.empty() || options.benchStartup;
@@ -206,15 +265,7 @@ int main(int argc, char **argv)
     } else if (!options.commands.empty()) {
         status = ndsh::run_lines(options.commands, options.echo);
     } else if (!options.file.empty()) {
-        std::ifstream in(options.file);
-        if (!in) {
-            fprintf(stderr, "ndsh: cannot read %s\n", options.file.c_str());
-            return 2;
-        }
-        std::vector<std::string> lines;
-        for (std::string line; std::getline(in, line);)
-            lines.push_back(line);
-        status = ndsh::run_lines(lines, options.echo);
+        status = ndsh::run_lines(fileLines, options.echo);
     } else if (terminal) {
         status = ndsh::run_terminal();
     } else {

@@ -5,16 +5,23 @@
 #ifndef NDSH_H
 #define NDSH_H
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "cmd_grammar.h"
 #include "dbm_storage.h"
+
+namespace re2 {
+class RE2;
+}
 
 namespace ndsh {
 
@@ -49,12 +56,88 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
 // The words from `from` on, joined by single blanks.
 std::string join_words(const std::vector<std::string> &words, size_t from);
 
+// Limits of a modifier's regular expression. Matching takes time linear in the line whatever
+// the pattern; these bound the work and memory of compiling it.
+constexpr size_t kMaxPatternLength = 1024;     // characters
+constexpr int kMaxPatternDepth = 64;           // nested parentheses
+constexpr int64_t kPatternMaxMem = 2 << 20;    // compiled program and matching cache, bytes
+
+// An open file descriptor, closed when its owner goes.
+class UniqueFd {
+public:
+    UniqueFd() = default;
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd() { reset(); }
+    UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
+    UniqueFd &operator=(UniqueFd &&other) noexcept
+    {
+        if (this != &other)
+            reset(other.release());
+        return *this;
+    }
+    UniqueFd(const UniqueFd &) = delete;
+    UniqueFd &operator=(const UniqueFd &) = delete;
+
+    int get() const { return fd_; }
+    explicit operator bool() const { return fd_ >= 0; }
+    int release()
+    {
+        int fd = fd_;
+        fd_ = -1;
+        return fd;
+    }
+    void reset(int fd = -1);
+
+private:
+    int fd_ = -1;
+};
+
+// A compiled pattern of a modifier.
+struct PatternDeleter {
+    void operator()(re2::RE2 *re) const;
+};
+using Pattern = std::unique_ptr<re2::RE2, PatternDeleter>;
+// Compiles a modifier's regular expression (POSIX extended syntax) within the limits above;
+// null with a one-line message when it is too long, too deep, too complex or malformed.
+Pattern compile_pattern(const std::string &text, std::string &error);
+
+// The file of "| redirect file PATH". PATH is "/flash/NAME" or a NAME relative to /flash (the
+// state directory's flash/); ".." is refused and no symbolic link is followed on the way. The
+// text goes to a new temporary file (mode 0600) beside the target, which replaces the target
+// only at commit(), after everything was written and synced; until then, and when anything
+// failed, the target stays as it was and the temporary is removed.
+class RedirectFile {
+public:
+    RedirectFile() = default;
+    ~RedirectFile();
+    RedirectFile(const RedirectFile &) = delete;
+    RedirectFile &operator=(const RedirectFile &) = delete;
+
+    bool open(const std::string &flashDir, const std::string &typed, std::string &error);
+    bool is_open() const { return static_cast<bool>(file_); }
+    void write(std::string_view text);
+    bool commit(std::string &error);
+    void discard();
+
+private:
+    UniqueFd dir_, file_;
+    std::string typed_, name_, temp_;
+    int writeErrno_ = 0;
+};
+
 // Everything a command prints on standard output passes through here: while a command runs,
-// file descriptor 1 points into a capture; at every pager call and at the end of the command
-// the captured text is filtered by the modifier and shown through the pager.
+// file descriptor 1 is the write end of a pipe. A thread drains the pipe as the handler writes;
+// what it collected is handed to the modifier and the pager at every pager call, at the end of
+// the command, and whenever it passes kHandOnBytes, so that a handler that prints without end
+// and without pager calls cannot make the shell grow.
 class Output {
 public:
+    static constexpr size_t kHandOnBytes = 1 << 20;
+    // A line longer than this is matched by the modifiers in pieces of this size.
+    static constexpr size_t kMaxLineBytes = 64 << 10;
+
     static Output &instance();
+    ~Output();
 
     // The terminal: whether an operator sits at it (pager and questions), its file descriptors.
     void init(bool interactive, bool answerYes);
@@ -64,17 +147,18 @@ public:
     void set_length(int lines);
     int length() const;
 
-    // Runs around one command. A redirect that cannot be opened fails begin().
+    // Runs around one command. A pattern or redirect that cannot be used fails begin(); end()
+    // is false when the redirected output could not be written (the message is printed).
     bool begin(const Modifier &modifier, std::string &error);
     void sync(); // hands what the command printed so far to the modifier and the pager
-    void end();
+    bool end();
     bool capturing() const { return capturing_; }
 
     // Pager calls of the platform (SHELL_MoreOrientOutput, ...Break, ...Format).
     void orient();
     int32_t more_break();
     int32_t more_format();
-    bool quit() const { return quit_; }
+    bool quit() const;
     // GetConsoleRsp: the question on the terminal, the operator's (or the option's) answer.
     int32_t console(const char *question);
 
@@ -82,37 +166,49 @@ public:
     void write_terminal(std::string_view text);
     // Starts a new line unless the terminal's last character ended one.
     void newline_if_needed();
-    void at_line_start() { last_ = '\n'; } // the line editor ended the line itself
+    void at_line_start(); // the line editor ended the line itself
     // While a configuration is replayed nobody answers questions: they are taken as agreed.
     void set_unattended(bool unattended) { unattended_ = unattended; }
 
 private:
+    // Under mutex_: what the drain thread and the command's thread share.
+    bool drain_locked(bool all); // false once no writer is left
     void filter(std::string_view text, bool final);
-    void filter_line(const std::string &line, bool newline);
+    void filter_line(std::string_view line);
     void emit(std::string_view text);
+    void put(std::string_view text);
     void page(std::string_view text);
     bool more_prompt();
+
+    void drain_loop();
+    bool start_capture(std::string &error);
+    void stop_capture();
 
     bool interactive_ = false;
     bool answerYes_ = true;
     bool unattended_ = false;
     char last_ = '\n';
-    int length_ = -1;
-    int termFd_ = 1;
-    int captureFd_ = -1;
-    int savedFd_ = -1;
+    std::atomic<int> length_{-1}; // set by a handler while the drain thread pages
+    UniqueFd termFd_; // the terminal (standard output as the shell started)
     bool capturing_ = false;
     int nested_ = 0;
     bool quit_ = false;
     bool paging_ = false;
     int linesShown_ = 0;
     Modifier modifier_;
-    void *regex_ = nullptr;
+    Pattern pattern_;
     bool begun_ = false;
-    std::string partial_;
+    std::string pending_; // drained from the pipe, not yet handed on
+    std::string partial_; // the start of a line not yet complete
     std::vector<std::string> before_; // include context: the lines before a match
     int afterLeft_ = 0;
-    int redirectFd_ = -1;
+    RedirectFile redirect_;
+
+    int term() const { return termFd_ ? termFd_.get() : 1; }
+
+    mutable std::mutex mutex_;
+    UniqueFd captureRead_, captureWrite_, savedFd_, wake_;
+    std::thread drainer_;
 };
 
 // ---- session -----------------------------------------------------------------------------------------

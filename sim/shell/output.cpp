@@ -2,20 +2,27 @@
 // the console question.
 //
 // Handlers print with printf and with dprintf on descriptor 1. While a command runs, that
-// descriptor is an in-memory file; each pager call of the platform and the end of the command
-// read what arrived since the last look, so a paged listing reaches the terminal page by page
-// while the handler is still running, and the operator's "q" is known to the handler at its
-// next SHELL_MoreBreakOutput.
+// descriptor is the write end of a pipe that a thread of the shell drains as it fills. What was
+// drained is handed on at each pager call of the platform and at the end of the command, so a
+// paged listing reaches the terminal page by page while the handler is still running, and the
+// operator's "q" is known to the handler at its next SHELL_MoreBreakOutput. Between pager calls
+// the drained text waits, in the order it came, up to kHandOnBytes; past that it is handed on
+// at once, so a handler that never calls the pager holds at most that much of the shell's
+// memory.
 #include <fcntl.h>
-#include <regex.h>
+#include <poll.h>
+#include <re2/re2.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <system_error>
 
 #include "ndsh.h"
 
@@ -28,16 +35,122 @@ constexpr int kContextLines = 2; // "include context": two lines before and afte
 constexpr const char *kMorePrompt = "--More--";
 constexpr const char *kMoreErase = "\r        \r";
 
-void write_all(int fd, std::string_view text)
+constexpr size_t kReadChunk = 64 << 10;
+
+// Writes all of text; 0, or the errno of the write that failed.
+int write_all(int fd, std::string_view text)
 {
     while (!text.empty()) {
         ssize_t n = ::write(fd, text.data(), text.size());
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            return;
+            return errno;
         }
         text.remove_prefix(static_cast<size_t>(n));
+    }
+    return 0;
+}
+
+// ---- patterns ----
+
+// The index of the ']' that closes the bracket expression opened at `open` (the pattern's end
+// when none does). A ']' first in the list is a member, and so is everything in "[:...:]".
+size_t bracket_end(std::string_view p, size_t open)
+{
+    size_t i = open + 1;
+    if (i < p.size() && p[i] == '^')
+        ++i;
+    if (i < p.size() && p[i] == ']')
+        ++i;
+    while (i < p.size()) {
+        char c = p[i];
+        if (c == ']')
+            return i;
+        if (c == '\\') {
+            i += 2;
+        } else if (c == '[' && i + 1 < p.size() && (p[i + 1] == ':' || p[i + 1] == '.' || p[i + 1] == '=')) {
+            const char close[] = {p[i + 1], ']', 0};
+            size_t end = p.find(close, i + 2);
+            i = end == std::string_view::npos ? i + 1 : end + 2;
+        } else {
+            ++i;
+        }
+    }
+    return p.size();
+}
+
+// How deeply the pattern's parentheses nest (escaped ones and those in brackets do not count).
+int nesting_depth(std::string_view p)
+{
+    int depth = 0, deepest = 0;
+    for (size_t i = 0; i < p.size(); ++i) {
+        char c = p[i];
+        if (c == '\\')
+            ++i;
+        else if (c == '[')
+            i = bracket_end(p, i);
+        else if (c == '(')
+            deepest = std::max(deepest, ++depth);
+        else if (c == ')' && depth > 0)
+            --depth;
+    }
+    return deepest;
+}
+
+// GNU's word edges \< and \> become RE2's word boundary \b (which also holds at both edges);
+// RE2 would take them for the plain characters.
+std::string with_word_edges(std::string_view p)
+{
+    std::string out;
+    out.reserve(p.size());
+    for (size_t i = 0; i < p.size(); ++i) {
+        char c = p[i];
+        if (c == '\\' && i + 1 < p.size()) {
+            char next = p[++i];
+            out += c;
+            out += next == '<' || next == '>' ? 'b' : next;
+        } else if (c == '[') {
+            size_t end = std::min(bracket_end(p, i), p.size() - 1);
+            out.append(p.substr(i, end - i + 1));
+            i = end;
+        } else {
+            out += c;
+        }
+    }
+    return out;
+}
+
+// What is wrong with a pattern that does not compile, in a few words.
+std::string pattern_fault(const re2::RE2 &re)
+{
+    std::string arg = re.error_arg();
+    constexpr size_t kMaxShown = 24;
+    if (arg.size() > kMaxShown)
+        arg = arg.substr(0, kMaxShown) + "...";
+    switch (re.error_code()) {
+    case re2::RE2::ErrorBadEscape:
+        return "unsupported escape " + arg;
+    case re2::RE2::ErrorBadCharClass:
+        return "unknown character class " + arg;
+    case re2::RE2::ErrorBadCharRange:
+        return (arg.rfind("[:", 0) == 0 ? "unknown character class " : "bad character range ") + arg;
+    case re2::RE2::ErrorMissingBracket:
+        return "missing closing bracket";
+    case re2::RE2::ErrorMissingParen:
+        return "missing closing parenthesis";
+    case re2::RE2::ErrorUnexpectedParen:
+        return "unexpected closing parenthesis";
+    case re2::RE2::ErrorTrailingBackslash:
+        return "trailing backslash";
+    case re2::RE2::ErrorRepeatArgument:
+        return "nothing to repeat before " + arg;
+    case re2::RE2::ErrorRepeatSize:
+        return "bad repetition count " + arg;
+    case re2::RE2::ErrorRepeatOp:
+        return "bad repetition operator " + arg;
+    default:
+        return "malformed";
     }
 }
 
@@ -131,10 +244,177 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
     return true;
 }
 
+
+// ---- guards ----
+
+void UniqueFd::reset(int fd)
+{
+    if (fd_ >= 0)
+        ::close(fd_);
+    fd_ = fd;
+}
+
+void PatternDeleter::operator()(re2::RE2 *re) const
+{
+    delete re;
+}
+
+Pattern compile_pattern(const std::string &text, std::string &error)
+{
+    if (text.size() > kMaxPatternLength) {
+        error = "% Regular expression too long (at most " + std::to_string(kMaxPatternLength) + " characters).";
+        return nullptr;
+    }
+    if (nesting_depth(text) > kMaxPatternDepth) {
+        error = "% Regular expression nested too deeply (at most " + std::to_string(kMaxPatternDepth) +
+                " levels of parentheses).";
+        return nullptr;
+    }
+    // POSIX extended syntax with the GNU classes \w \s \b; bytes, not UTF-8, as the C locale
+    // matched them. Only whether a line matches is asked.
+    re2::RE2::Options options;
+    options.set_encoding(re2::RE2::Options::EncodingLatin1);
+    options.set_posix_syntax(true);
+    options.set_longest_match(true);
+    options.set_perl_classes(true);
+    options.set_word_boundary(true);
+    options.set_one_line(true);
+    options.set_never_capture(true);
+    options.set_log_errors(false);
+    options.set_max_mem(kPatternMaxMem);
+    Pattern re(new re2::RE2(with_word_edges(text), options));
+    if (re->ok())
+        return re;
+    if (re->error_code() == re2::RE2::ErrorPatternTooLarge)
+        error = "% Regular expression too complex (over " + std::to_string(kPatternMaxMem >> 20) +
+                " MB when compiled).";
+    else
+        error = "% Invalid regular expression (" + pattern_fault(*re) + ").";
+    return nullptr;
+}
+
+RedirectFile::~RedirectFile()
+{
+    discard();
+}
+
+bool RedirectFile::open(const std::string &flashDir, const std::string &typed, std::string &error)
+{
+    discard();
+    auto refuse = [&](const std::string &why) {
+        error = "% Cannot redirect to " + typed + ": " + why + ".";
+        dir_.reset();
+        return false;
+    };
+    constexpr std::string_view kFlash = "/flash";
+    std::string_view rest = typed;
+    if (rest.substr(0, kFlash.size()) == kFlash && (rest.size() == kFlash.size() || rest[kFlash.size()] == '/'))
+        rest.remove_prefix(kFlash.size());
+    else if (!rest.empty() && rest[0] == '/')
+        return refuse("only files under /flash/ can be written");
+    std::vector<std::string> parts;
+    for (size_t start = 0; start <= rest.size();) {
+        size_t slash = rest.find('/', start);
+        std::string_view part = rest.substr(start, slash == std::string_view::npos ? std::string_view::npos : slash - start);
+        if (part == "..")
+            return refuse("\"..\" is not allowed in the path");
+        if (!part.empty() && part != ".")
+            parts.emplace_back(part);
+        if (slash == std::string_view::npos)
+            break;
+        start = slash + 1;
+    }
+    if (parts.empty() || rest.back() == '/')
+        return refuse("no file name given");
+
+    dir_.reset(::open(flashDir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!dir_)
+        return refuse(std::string("/flash cannot be opened (") + strerror(errno) + ")");
+    std::string walked(kFlash);
+    for (size_t i = 0; i + 1 < parts.size(); ++i) {
+        walked += "/" + parts[i];
+        int fd = ::openat(dir_.get(), parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        if (fd < 0) {
+            if (errno == ENOENT)
+                return refuse("there is no directory " + walked);
+            if (errno == ENOTDIR || errno == ELOOP)
+                return refuse(walked + " is not a directory (symbolic links are not followed)");
+            return refuse(walked + " cannot be opened (" + strerror(errno) + ")");
+        }
+        dir_.reset(fd);
+    }
+    name_ = parts.back();
+    struct stat st {};
+    if (fstatat(dir_.get(), name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode))
+        return refuse("it is a directory");
+
+    // The temporary's name does not derive from the target's, which may be as long as a name
+    // can be; O_EXCL makes sure that nothing there already is written through.
+    static unsigned serial = 0;
+    constexpr int kAttempts = 100;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        temp_ = ".ndsh-redirect-" + std::to_string(getpid()) + "-" + std::to_string(++serial);
+        int fd = ::openat(dir_.get(), temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (fd >= 0) {
+            file_.reset(fd);
+            typed_ = typed;
+            writeErrno_ = 0;
+            return true;
+        }
+        if (errno != EEXIST)
+            return refuse(strerror(errno));
+    }
+    return refuse(strerror(EEXIST));
+}
+
+void RedirectFile::write(std::string_view text)
+{
+    if (file_ && writeErrno_ == 0)
+        writeErrno_ = write_all(file_.get(), text);
+}
+
+bool RedirectFile::commit(std::string &error)
+{
+    if (!file_)
+        return true;
+    int failure = writeErrno_;
+    if (failure == 0 && fsync(file_.get()) != 0)
+        failure = errno;
+    if (failure == 0 && ::close(file_.release()) != 0)
+        failure = errno;
+    if (failure == 0 && renameat(dir_.get(), temp_.c_str(), dir_.get(), name_.c_str()) != 0)
+        failure = errno;
+    if (failure != 0) {
+        error = "% Cannot write " + typed_ + ": " + strerror(failure) + ".";
+        discard();
+        return false;
+    }
+    fsync(dir_.get()); // the new name lasts too
+    temp_.clear();
+    dir_.reset();
+    return true;
+}
+
+void RedirectFile::discard()
+{
+    if (!temp_.empty() && dir_)
+        unlinkat(dir_.get(), temp_.c_str(), 0);
+    file_.reset();
+    dir_.reset();
+    temp_.clear();
+}
+
+// ---- output ----
+
 Output &Output::instance()
 {
     static Output output;
     return output;
+}
+
+Output::~Output()
+{
+    stop_capture();
 }
 
 void Output::init(bool interactive, bool answerYes)
@@ -142,10 +422,8 @@ void Output::init(bool interactive, bool answerYes)
     interactive_ = interactive;
     answerYes_ = answerYes;
     fflush(stdout);
-    termFd_ = fcntl(1, F_DUPFD_CLOEXEC, 3);
-    if (termFd_ < 0)
-        termFd_ = 1;
-    captureFd_ = memfd_create("ndsh-output", MFD_CLOEXEC);
+    termFd_.reset(fcntl(1, F_DUPFD_CLOEXEC, 3));
+    pending_.reserve(kHandOnBytes + kReadChunk);
 }
 
 void Output::set_length(int lines)
@@ -155,10 +433,11 @@ void Output::set_length(int lines)
 
 int Output::length() const
 {
-    if (length_ >= 0)
-        return length_;
+    int set = length_;
+    if (set >= 0)
+        return set;
     winsize size{};
-    if (ioctl(termFd_, TIOCGWINSZ, &size) == 0 && size.ws_row > 1)
+    if (ioctl(term(), TIOCGWINSZ, &size) == 0 && size.ws_row > 1)
         return size.ws_row;
     return kDefaultHeight;
 }
@@ -174,6 +453,7 @@ bool Output::begin(const Modifier &modifier, std::string &error)
     modifier_ = modifier;
     quit_ = false;
     begun_ = false;
+    pending_.clear();
     partial_.clear();
     before_.clear();
     afterLeft_ = 0;
@@ -182,88 +462,166 @@ bool Output::begin(const Modifier &modifier, std::string &error)
     case Modifier::Kind::Begin:
     case Modifier::Kind::Include:
     case Modifier::Kind::IncludeContext:
-    case Modifier::Kind::Exclude: {
-        auto *re = new regex_t;
-        if (regcomp(re, modifier.pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
-            delete re;
-            error = "% Invalid regular expression.";
+    case Modifier::Kind::Exclude:
+        pattern_ = compile_pattern(modifier.pattern, error);
+        if (!pattern_)
             return false;
-        }
-        regex_ = re;
         break;
-    }
     case Modifier::Kind::Redirect:
-        redirectFd_ = ::open(modifier.pattern.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        if (redirectFd_ < 0) {
-            error = "% Cannot open file " + modifier.pattern + ".";
+        if (!redirect_.open(Session::instance().state_dir() + "/flash", modifier.pattern, error))
             return false;
-        }
         break;
     case Modifier::Kind::None:
         break;
     }
     paging_ = interactive_ && length() > 0 && modifier.kind != Modifier::Kind::Redirect;
-    if (captureFd_ >= 0) {
-        fflush(stdout);
-        if (ftruncate(captureFd_, 0) == 0 && lseek(captureFd_, 0, SEEK_SET) == 0) {
-            savedFd_ = dup(1);
-            if (savedFd_ >= 0 && dup2(captureFd_, 1) == 1)
-                capturing_ = true;
-        }
+    if (!start_capture(error)) {
+        pattern_.reset();
+        redirect_.discard();
+        modifier_ = Modifier{};
+        return false;
     }
     return true;
+}
+
+bool Output::start_capture(std::string &error)
+{
+    auto fail = [&](int why) {
+        error = std::string("% Cannot capture the command's output (") + strerror(why) + ").";
+        captureRead_.reset();
+        wake_.reset();
+        savedFd_.reset();
+        return false;
+    };
+    int fds[2];
+    if (pipe2(fds, O_CLOEXEC) != 0)
+        return fail(errno);
+    captureRead_.reset(fds[0]);
+    UniqueFd writeEnd(fds[1]);
+    if (fcntl(captureRead_.get(), F_SETFL, O_NONBLOCK) != 0)
+        return fail(errno);
+    wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!wake_)
+        return fail(errno);
+    fflush(stdout);
+    savedFd_.reset(fcntl(1, F_DUPFD_CLOEXEC, 3));
+    if (!savedFd_)
+        return fail(errno);
+    try {
+        drainer_ = std::thread(&Output::drain_loop, this);
+    } catch (const std::system_error &e) {
+        return fail(e.code().value());
+    }
+    if (dup2(writeEnd.get(), 1) != 1) {
+        int why = errno;
+        stop_capture();
+        return fail(why);
+    }
+    capturing_ = true;
+    return true;
+}
+
+void Output::stop_capture()
+{
+    if (!drainer_.joinable())
+        return;
+    const uint64_t one = 1;
+    while (::write(wake_.get(), &one, sizeof one) < 0 && errno == EINTR) {
+    }
+    drainer_.join();
+}
+
+void Output::drain_loop()
+{
+    bool writers = true;
+    for (;;) {
+        pollfd fds[2] = {{wake_.get(), POLLIN, 0}, {captureRead_.get(), POLLIN, 0}};
+        // Once no writer is left the pipe stays readable (at its end): then only the wake-up counts.
+        if (poll(fds, writers ? 2 : 1, -1) < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        if (fds[0].revents)
+            return;
+        if (fds[1].revents) {
+            std::lock_guard<std::mutex> hold(mutex_);
+            writers = drain_locked(false);
+        }
+    }
+}
+
+bool Output::drain_locked(bool all)
+{
+    char buffer[kReadChunk];
+    bool writers = true;
+    for (;;) {
+        ssize_t n = ::read(captureRead_.get(), buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            writers = n < 0; // 0: the end of the pipe; EAGAIN: nothing more for now
+            break;
+        }
+        pending_.append(buffer, static_cast<size_t>(n));
+        if (pending_.size() >= kHandOnBytes) {
+            filter(pending_, false);
+            pending_.clear();
+            if (!all)
+                break; // let the command's own pager call in
+        }
+    }
+    if (all && !pending_.empty()) {
+        filter(pending_, false);
+        pending_.clear();
+    }
+    return writers;
 }
 
 void Output::sync()
 {
     if (!capturing_)
         return;
+    // Before the lock: the drain thread may be needed to make room in the pipe.
     fflush(stdout);
-    std::string text;
-    char buffer[8192];
-    off_t offset = 0;
-    for (;;) {
-        ssize_t n = pread(captureFd_, buffer, sizeof buffer, offset);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            break;
-        text.append(buffer, static_cast<size_t>(n));
-        offset += n;
-    }
-    // fd 1 shares the capture's file offset, so rewinding here rewinds the handler's writes.
-    if (ftruncate(captureFd_, 0) != 0 || lseek(captureFd_, 0, SEEK_SET) != 0)
-        return;
-    filter(text, false);
+    std::lock_guard<std::mutex> hold(mutex_);
+    drain_locked(true);
 }
 
-void Output::end()
+bool Output::end()
 {
     if (nested_ > 0) {
         --nested_;
         sync();
-        return;
+        return true;
     }
     if (capturing_) {
-        sync();
         fflush(stdout);
-        dup2(savedFd_, 1);
-        close(savedFd_);
-        savedFd_ = -1;
+        dup2(savedFd_.get(), 1);
+        savedFd_.reset();
+        stop_capture();
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            drain_locked(true);
+        }
+        captureRead_.reset();
+        wake_.reset();
         capturing_ = false;
     }
-    filter("", true);
-    if (regex_) {
-        regfree(static_cast<regex_t *>(regex_));
-        delete static_cast<regex_t *>(regex_);
-        regex_ = nullptr;
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        filter("", true);
     }
-    if (redirectFd_ >= 0) {
-        close(redirectFd_);
-        redirectFd_ = -1;
-    }
+    pattern_.reset();
+    std::string error;
+    bool written = redirect_.commit(error);
     modifier_ = Modifier{};
     paging_ = false;
+    if (!written) {
+        newline_if_needed();
+        write_terminal(error + "\n");
+    }
+    return written;
 }
 
 void Output::filter(std::string_view text, bool final)
@@ -273,28 +631,46 @@ void Output::filter(std::string_view text, bool final)
         emit(text);
         return;
     case Modifier::Kind::Redirect:
-        if (redirectFd_ >= 0)
-            write_all(redirectFd_, text);
+        redirect_.write(text);
         return;
     default:
         break;
     }
-    partial_.append(text);
-    size_t start = 0;
-    for (size_t nl; (nl = partial_.find('\n', start)) != std::string::npos; start = nl + 1)
-        filter_line(partial_.substr(start, nl - start), true);
-    partial_.erase(0, start);
+    // Lines go to filter_line whole, with their newline; a line that grows past kMaxLineBytes
+    // goes in pieces of that size, so that an endless line holds no more than that.
+    while (!text.empty()) {
+        size_t room = kMaxLineBytes - partial_.size();
+        size_t nl = text.substr(0, room + 1).find('\n');
+        size_t take;
+        if (nl != std::string_view::npos)
+            take = nl + 1;
+        else if (text.size() > room)
+            take = room;
+        else {
+            partial_.append(text);
+            break;
+        }
+        if (partial_.empty()) {
+            filter_line(text.substr(0, take));
+        } else {
+            partial_.append(text.substr(0, take));
+            filter_line(partial_);
+            partial_.clear();
+        }
+        text.remove_prefix(take);
+    }
     if (final && !partial_.empty()) {
-        std::string last;
-        last.swap(partial_);
-        filter_line(last, false);
+        filter_line(partial_);
+        partial_.clear();
     }
 }
 
-void Output::filter_line(const std::string &line, bool newline)
+void Output::filter_line(std::string_view text)
 {
-    bool match = regex_ && regexec(static_cast<regex_t *>(regex_), line.c_str(), 0, nullptr, 0) == 0;
-    std::string text = newline ? line + "\n" : line;
+    std::string_view line = text;
+    if (!line.empty() && line.back() == '\n')
+        line.remove_suffix(1);
+    bool match = pattern_ && re2::RE2::PartialMatch(re2::StringPiece(line.data(), line.size()), *pattern_);
     switch (modifier_.kind) {
     case Modifier::Kind::Begin:
         begun_ = begun_ || match;
@@ -320,7 +696,7 @@ void Output::filter_line(const std::string &line, bool newline)
             emit(text);
             --afterLeft_;
         } else {
-            before_.push_back(text);
+            before_.emplace_back(text);
             if (before_.size() > static_cast<size_t>(kContextLines))
                 before_.erase(before_.begin());
         }
@@ -338,7 +714,14 @@ void Output::emit(std::string_view text)
     if (paging_)
         page(text);
     else
-        write_terminal(text);
+        put(text);
+}
+
+void Output::put(std::string_view text)
+{
+    write_all(term(), text);
+    if (!text.empty())
+        last_ = text.back();
 }
 
 void Output::page(std::string_view text)
@@ -353,7 +736,7 @@ void Output::page(std::string_view text)
         }
         size_t nl = text.find('\n');
         size_t take = nl == std::string_view::npos ? text.size() : nl + 1;
-        write_terminal(text.substr(0, take));
+        put(text.substr(0, take));
         if (nl != std::string_view::npos)
             ++linesShown_;
         text.remove_prefix(take);
@@ -362,9 +745,9 @@ void Output::page(std::string_view text)
 
 bool Output::more_prompt()
 {
-    write_all(termFd_, kMorePrompt);
+    write_all(term(), kMorePrompt);
     int key = read_key(0);
-    write_all(termFd_, kMoreErase);
+    write_all(term(), kMoreErase);
     int limit = length() - 1;
     switch (key) {
     case ' ':
@@ -393,13 +776,19 @@ void Output::orient()
 int32_t Output::more_break()
 {
     sync();
-    return quit_ ? 1 : 0;
+    return quit() ? 1 : 0;
 }
 
 int32_t Output::more_format()
 {
     sync();
     return 0;
+}
+
+bool Output::quit() const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return quit_;
 }
 
 int32_t Output::console(const char *question)
@@ -417,16 +806,25 @@ int32_t Output::console(const char *question)
 
 void Output::write_terminal(std::string_view text)
 {
-    fflush(stdout);
-    write_all(termFd_, text);
-    if (!text.empty())
-        last_ = text.back();
+    // Outside a command, what the shell itself printed with stdio comes first. During one,
+    // standard output is the capture: flushing it here could wait on the drain thread.
+    if (!capturing_)
+        fflush(stdout);
+    std::lock_guard<std::mutex> hold(mutex_);
+    put(text);
 }
 
 void Output::newline_if_needed()
 {
+    std::lock_guard<std::mutex> hold(mutex_);
     if (last_ != '\n')
-        write_terminal("\n");
+        put("\n");
+}
+
+void Output::at_line_start()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    last_ = '\n';
 }
 
 } // namespace ndsh

@@ -329,8 +329,6 @@ bool Session::run_matched(const ndplat::MatchResult &match)
         out.write_terminal(error + "\n");
         return false;
     }
-    if (modifier.kind == Modifier::Kind::Redirect && modifier.pattern.rfind("/flash/", 0) == 0)
-        modifier.pattern = stateDir_ + modifier.pattern;
     if (!out.begin(modifier, error)) {
         out.newline_if_needed();
         out.write_terminal(error + "\n");
@@ -343,7 +341,8 @@ bool Session::run_matched(const ndplat::MatchResult &match)
     argv.push_back(nullptr);
     rejected_ = false;
     match.fn(static_cast<int32_t>(words.size()), argv.data());
-    out.end();
+    if (!out.end())
+        rejected_ = true;
     out.newline_if_needed();
     bool accepted = !rejected_;
     if (reloadRequested_) {

@@ -5,6 +5,7 @@
 
 #include <cstdio>
 
+#include "ndplat.h"
 #include "ndsh.h"
 
 namespace ndsh {
@@ -112,22 +113,28 @@ int run_terminal()
     return 0;
 }
 
+// A line fails when the shell rejected it (grammar, output modifier, a refusal of the shell's own
+// commands, a redirect that could not be written) or when, while it ran, a request did not get
+// its answer from the ND service (unreachable, connection closed, timed out, malformed answer)
+// or was answered "busy" (17), as ndplat::service_failures() counts them. The status is 1 when
+// any line failed, else 0.
 int run_lines(const std::vector<std::string> &lines, bool echo)
 {
     Session &session = Session::instance();
     Output &out = Output::instance();
-    bool rejected = false;
+    bool failed = false;
     for (const std::string &line : lines) {
         if (echo) {
             out.newline_if_needed();
             out.write_terminal(session.prompt() + line + "\n");
         }
-        if (!session.execute(line))
-            rejected = true;
+        unsigned long serviceFailures = ndplat::service_failures();
+        if (!session.execute(line) || ndplat::service_failures() != serviceFailures)
+            failed = true;
         if (session.finished())
             break;
     }
-    return rejected ? 1 : 0;
+    return failed ? 1 : 0;
 }
 
 } // namespace ndsh

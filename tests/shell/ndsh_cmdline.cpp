@@ -2,6 +2,8 @@
 // commands arrive (-c, -f, a pipe), start-up and the debugging options.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "ndsh_support.h"
 
 using namespace ndshtest;
@@ -165,6 +167,31 @@ TEST(NdshCommandLine, CommandsFromAFileAndFromAPipe)
                         "switch(config-vlan9)#wrong\n"
                         "                     ^\n"
                         "% Unknown command.\n");
+}
+
+TEST(NdshCommandLine, ACommandFileThatCannotBeReadIsAnErrorNamingIt)
+{
+    StateDir state;
+    Result directory = ndsh(state, probe_args({"-f", state.path()}));
+    EXPECT_EQ(directory.status, 2);
+    EXPECT_EQ(directory.out, "");
+    EXPECT_EQ(directory.err, "ndsh: cannot read command file " + state.path() + ": Is a directory\n");
+    Result missing = ndsh(state, probe_args({"-f", state.file("missing")}));
+    EXPECT_EQ(missing.status, 2);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.err, "ndsh: cannot read command file " + state.file("missing") + ": No such file or directory\n");
+    // Nothing was started for either.
+    EXPECT_FALSE(std::filesystem::exists(state.file("flash")));
+}
+
+TEST(NdshCommandLine, TheLastLineOfACommandFileNeedsNoNewline)
+{
+    StateDir state;
+    write_file(state.file("cmds"), "vlan\nprobe");
+    Result r = ndsh(state, probe_args({"-f", state.file("cmds")}));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "switch#vlan\n       ^\n% Unknown command.\n"
+                     "\nargv: [probe]\nif=(none) vlan=0 supervlan=0 vxlan=0 ports=(none) interactive=1\n");
 }
 
 TEST(NdshCommandLine, TraceEchoesEveryPlatformCall)

@@ -116,6 +116,25 @@ TEST(NdshInteractive, PagerStopsAtTheScreenAndQuitReachesTheHandler)
     EXPECT_NE(screen.find("lines: quit at 9"), std::string::npos) << screen;
 }
 
+TEST(NdshInteractive, AListingWithoutPagerCallsIsPagedWhileItRunsAndQuitDropsTheRest)
+{
+    StateDir state;
+    Pty pty(state, probe_args(), 10);
+    ASSERT_TRUE(pty.expect("switch#"));
+    pty.send("flood 64\r");
+    ASSERT_TRUE(pty.expect("--More--"));
+    std::string first = pty.all();
+    // The first screen came while the handler was still printing: it had not finished.
+    EXPECT_NE(first.find("00000008 xxx"), std::string::npos) << first;
+    EXPECT_EQ(first.find("00000009 "), std::string::npos) << first;
+    EXPECT_EQ(first.find("flood: done"), std::string::npos) << first;
+    pty.send("q");
+    ASSERT_TRUE(pty.expect("flood: done", 20000));
+    ASSERT_TRUE(pty.expect("switch#"));
+    EXPECT_EQ(pty.all().find("00000009 "), std::string::npos);
+    EXPECT_EQ(count(pty.all(), "--More--"), 1u);
+}
+
 TEST(NdshInteractive, PagerSpaceShowsAPageAndEnterOneLine)
 {
     StateDir state;

@@ -2,6 +2,9 @@
 // reaching it over the socket, the configuration stored where the script handlers read it.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
 #include "ndsh_support.h"
 
 using namespace ndshtest;
@@ -21,6 +24,40 @@ TEST(NdshService, ConfigurationTypedAtTheShellShowsUpInTheRunningConfiguration)
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(again.out, "\nIt will delete all configuration of nd snooping, Sure(Yes|No)?\nno nd fast-response\n"
                          " nd proxy enable\n");
+}
+
+// A line that could not be carried out because the service never answered fails the run, as
+// a rejected line does; a run whose lines made no request still succeeds.
+TEST(NdshService, TheExitStatusIsOneWhenTheServiceCannotBeReached)
+{
+    StateDir state;
+    const std::vector<std::string> noService = {"NDSIM_NDSVC=/nonexistent/ndsvc"};
+    Result r = ndsh(state, {"-c", "show nd snooping user-bind static"}, "", noService);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "% The ND service could not be started (1).\n");
+    Result piped = ndsh(state, {}, "show running-config | include ^vlan\nshow nd snooping user-bind static\n", noService);
+    EXPECT_EQ(piped.status, 1);
+    EXPECT_EQ(piped.out, "% The ND service could not be started (1).\nvlan 1\n");
+    Result local = ndsh(state, {"-c", "show running-config | include ^vlan"}, "", noService);
+    EXPECT_EQ(local.status, 0);
+    EXPECT_EQ(local.out, "% The ND service could not be started (1).\nvlan 1\n");
+}
+
+TEST(NdshService, TheExitStatusIsOneWhenTheServiceIsBusy)
+{
+    StateDir state;
+    // The service holds the first shell's configuration request for 3 s; the second shell's
+    // request arrives meanwhile and is answered "busy".
+    const std::vector<std::string> slow = {"NDSIM_NDSVC_ARGS=--config-delay-ms 3000"};
+    Result first;
+    std::thread background([&] { first = ndsh(state, {"-c", "configure terminal; nd snooping enable"}, "", slow); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    Result second = ndsh(state, {"-c", "configure terminal; nd snooping ns-check-loose"}, "", slow);
+    background.join();
+    EXPECT_EQ(second.out, "\nSystem is busy, Other operation is processing.\n");
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(first.out, "");
+    EXPECT_EQ(first.status, 0);
 }
 
 #endif

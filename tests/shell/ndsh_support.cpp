@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -50,7 +51,7 @@ std::vector<char *> argv_of(std::vector<std::string> &words)
 } // namespace
 
 Result ndsh(const StateDir &state, const std::vector<std::string> &args, const std::string &input,
-         const std::vector<std::string> &env)
+         const std::vector<std::string> &env, const RunOptions &options)
 {
     int in[2], out[2], err[2];
     if (pipe(in) || pipe(out) || pipe(err))
@@ -67,6 +68,11 @@ Result ndsh(const StateDir &state, const std::vector<std::string> &args, const s
         setenv("NDSIM_STATE", state.path().c_str(), 1);
         for (const std::string &e : env)
             putenv(strdup(e.c_str()));
+        if (options.fileSizeLimit >= 0) {
+            signal(SIGXFSZ, SIG_IGN);
+            rlimit limit{static_cast<rlim_t>(options.fileSizeLimit), static_cast<rlim_t>(options.fileSizeLimit)};
+            setrlimit(RLIMIT_FSIZE, &limit);
+        }
         std::vector<char *> argv = argv_of(words);
         execv(argv[0], argv.data());
         _exit(127);

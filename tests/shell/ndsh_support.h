@@ -27,9 +27,14 @@ struct Result {
     std::string out, err;
 };
 
+// How ndsh is run besides its arguments.
+struct RunOptions {
+    long fileSizeLimit = -1; // RLIMIT_FSIZE in bytes (SIGXFSZ ignored, so writes fail with EFBIG)
+};
+
 // Runs ndsh with these arguments in the state directory, feeding `input` on standard input.
 Result ndsh(const StateDir &state, const std::vector<std::string> &args, const std::string &input = "",
-         const std::vector<std::string> &env = {});
+         const std::vector<std::string> &env = {}, const RunOptions &options = {});
 
 // The usual arguments: the probe plug-in, no ND service.
 std::vector<std::string> probe_args(std::vector<std::string> more = {});

@@ -53,6 +53,54 @@ int32_t lines(int32_t argc, char **argv)
     return SHELL_MoreFormatOutput();
 }
 
+// Prints N MiB as lines of 1 KiB ("00000000 xxx...x\n", numbered from 0) without a single
+// pager call, as a listing that never ends would; with "ask", a console question follows.
+int32_t flood(int32_t argc, char **argv)
+{
+    constexpr size_t kLine = 1024;
+    long lines = (argc > 1 ? atol(argv[1]) : 0) * 1024;
+    char line[kLine];
+    for (long i = 0; i < lines; ++i) {
+        int n = snprintf(line, sizeof line, "%08ld ", i);
+        memset(line + n, 'x', kLine - 1 - static_cast<size_t>(n));
+        line[kLine - 1] = '\n';
+        fwrite(line, 1, kLine, stdout);
+    }
+    if (argc > 2 && strcmp(argv[2], "ask") == 0)
+        printf("answer %d", GetConsoleRsp("Sure(Yes|No)?\n"));
+    fprintf(stderr, "flood: done\n");
+    return 0;
+}
+
+// Prints N MiB of 'x' on one line that never ends.
+int32_t flood_line(int32_t argc, char **argv)
+{
+    long chunks = (argc > 1 ? atol(argv[1]) : 0) * 16;
+    static char chunk[64 << 10];
+    memset(chunk, 'x', sizeof chunk);
+    for (long i = 0; i < chunks; ++i)
+        fwrite(chunk, 1, sizeof chunk, stdout);
+    fprintf(stderr, "flood-line: done\n");
+    return 0;
+}
+
+// Reports on standard error the largest resident set the shell's process has had since it was
+// started (VmHWM: counted from the exec, unlike the wait status's ru_maxrss, which includes
+// the forked copy of the test program).
+int32_t peak_memory(int32_t, char **)
+{
+    FILE *status = fopen("/proc/self/status", "r");
+    char line[256];
+    long kb = -1;
+    while (status && fgets(line, sizeof line, status))
+        if (strncmp(line, "VmHWM:", 6) == 0)
+            kb = atol(line + 6);
+    if (status)
+        fclose(status);
+    fprintf(stderr, "peak-memory: %ld\n", kb);
+    return 0;
+}
+
 int32_t ask(int32_t, char **)
 {
     int32_t answer = GetConsoleRsp("\nSure(Yes|No)?");
@@ -125,6 +173,18 @@ uint32_t probe_init()
                          "0,'Regular Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')},redirect(EN,0,'Redirect output to other resource'){file(EN,0,'Output to "
                          "file'){_WORD_(EN,0,'Destination file name')}}}}}");
+    SHELL_CmdRegByModule(0, 1, flood,
+                         "flood(EN,0,'Print MiB of lines without pager calls'){_1_1024_(EN,0,'MiB'){_CR_(EN,0,''),"
+                         "ask(EN,0,'Ask a question afterwards'),|(EN,0,'Output modifiers'){include(EN,0,'Include "
+                         "lines that match'){_LINE_(EN,0,'Regular Expression')},exclude(EN,0,'Exclude lines that "
+                         "match'){_LINE_(EN,0,'Regular Expression')},redirect(EN,0,'Redirect output to other "
+                         "resource'){file(EN,0,'Output to file'){_WORD_(EN,0,'Destination file name')}}}}}");
+    SHELL_CmdRegByModule(0, 1, flood_line,
+                         "flood-line(EN,0,'Print MiB of one line'){_1_1024_(EN,0,'MiB'){_CR_(EN,0,''),|(EN,0,"
+                         "'Output modifiers'){include(EN,0,'Include lines that match'){_LINE_(EN,0,'Regular "
+                         "Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
+                         "Expression')}}}}");
+    SHELL_CmdRegByModule(0, 1, peak_memory, "peak-memory(EN,0,'Report the largest resident set so far')");
     SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
     SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
     SHELL_ConfigScriptReg("PROBE", script_global_late, 50, 1, 32);
