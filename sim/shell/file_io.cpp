@@ -1,4 +1,4 @@
-// Durable replacement of the shell's files (the startup configuration).
+// Descriptors and files that replace the operator's files only once they are whole.
 #include "file_io.h"
 
 #include <fcntl.h>
@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 
 namespace ndsh {
@@ -15,59 +14,98 @@ namespace ndsh {
 void UniqueFd::reset(int fd)
 {
     if (fd_ >= 0)
-        close(fd_);
+        ::close(fd_);
     fd_ = fd;
 }
 
-namespace {
-
-bool write_all(int fd, std::string_view data)
+int write_all(int fd, std::string_view text)
 {
-    while (!data.empty()) {
-        ssize_t n = write(fd, data.data(), data.size());
+    while (!text.empty()) {
+        ssize_t n = ::write(fd, text.data(), text.size());
         if (n < 0) {
             if (errno == EINTR)
                 continue;
-            return false;
+            return errno;
         }
-        data.remove_prefix(static_cast<size_t>(n));
+        text.remove_prefix(static_cast<size_t>(n));
     }
-    return true;
+    return 0;
 }
 
-} // namespace
-
-bool replace_file(int dirFd, const std::string &name, std::string_view contents, mode_t mode, std::string &error)
+bool ReplacingFile::open(UniqueFd dir, const std::string &name, mode_t mode, int &failure)
 {
-    // A name of our own beside the target: created exclusively, so nothing planted there is
-    // followed or reused.
-    std::string temporary;
-    UniqueFd fd;
-    for (int attempt = 0; attempt < 100 && !fd; ++attempt) {
-        temporary = "." + name + ".tmp-" + std::to_string(getpid()) + "-" + std::to_string(attempt);
-        fd.reset(openat(dirFd, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
-        if (!fd && errno != EEXIST)
+    discard();
+    dir_ = std::move(dir);
+    // The temporary's name does not derive from the target's, which may be as long as a name
+    // can be; O_EXCL makes sure that nothing already there is written through.
+    static unsigned serial = 0;
+    constexpr int kAttempts = 100;
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        std::string temp = ".ndsh-" + std::to_string(getpid()) + "-" + std::to_string(++serial);
+        int fd = ::openat(dir_.get(), temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
+        if (fd >= 0) {
+            file_.reset(fd);
+            fchmod(fd, mode); // the umask may have taken bits away
+            temp_ = temp;
+            name_ = name;
+            writeErrno_ = 0;
+            return true;
+        }
+        if (errno != EEXIST)
             break;
     }
-    if (!fd) {
-        error = strerror(errno);
-        return false;
+    failure = errno;
+    dir_.reset();
+    return false;
+}
+
+void ReplacingFile::write(std::string_view text)
+{
+    if (file_ && writeErrno_ == 0)
+        writeErrno_ = write_all(file_.get(), text);
+}
+
+int ReplacingFile::commit()
+{
+    if (!file_)
+        return EBADF;
+    int failure = writeErrno_;
+    if (failure == 0 && fsync(file_.get()) != 0)
+        failure = errno;
+    if (failure == 0 && ::close(file_.release()) != 0)
+        failure = errno;
+    if (failure == 0 && renameat(dir_.get(), temp_.c_str(), dir_.get(), name_.c_str()) != 0)
+        failure = errno;
+    if (failure != 0) {
+        discard();
+        return failure;
     }
-    bool ok = fchmod(fd.get(), mode) == 0 && write_all(fd.get(), contents) && fsync(fd.get()) == 0;
-    int saved = errno;
-    fd.reset();
-    if (ok && renameat(dirFd, temporary.c_str(), dirFd, name.c_str()) != 0) {
-        ok = false;
-        saved = errno;
+    fsync(dir_.get()); // the new name lasts too
+    temp_.clear();
+    dir_.reset();
+    return 0;
+}
+
+void ReplacingFile::discard()
+{
+    if (!temp_.empty() && dir_)
+        unlinkat(dir_.get(), temp_.c_str(), 0);
+    file_.reset();
+    dir_.reset();
+    temp_.clear();
+}
+
+bool replace_file(UniqueFd dir, const std::string &name, std::string_view contents, mode_t mode, std::string &error)
+{
+    ReplacingFile file;
+    int failure = 0;
+    if (file.open(std::move(dir), name, mode, failure)) {
+        file.write(contents);
+        failure = file.commit();
     }
-    if (!ok) {
-        unlinkat(dirFd, temporary.c_str(), 0);
-        error = strerror(saved);
-        return false;
-    }
-    // The rename itself is durable only once the directory is.
-    fsync(dirFd);
-    return true;
+    if (failure != 0)
+        error = strerror(failure);
+    return failure == 0;
 }
 
 int memory_file(std::string &error)

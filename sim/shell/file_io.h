@@ -10,7 +10,7 @@
 
 namespace ndsh {
 
-// Owns a file descriptor and closes it when it goes.
+// An open file descriptor, closed when its owner goes.
 class UniqueFd {
 public:
     UniqueFd() = default;
@@ -40,15 +40,41 @@ private:
     int fd_ = -1;
 };
 
-// Replaces the file `name` of the directory `dirFd` with `contents`: written to a new temporary
-// file beside it (O_EXCL, `mode` whatever the umask), synced, renamed over the old one, and the
-// directory synced. False with the reason when any step failed; the old file is then untouched
-// and the temporary file removed.
-bool replace_file(int dirFd, const std::string &name, std::string_view contents, mode_t mode, std::string &error);
+// Writes all of `text`; 0, or the errno of the write that failed.
+int write_all(int fd, std::string_view text);
 
-// Everything written to a descriptor by `produce(fd)`, collected in memory (a memfd), so that
-// output of code that writes to a descriptor can be checked before it goes anywhere durable.
-template <typename Produce> bool collect_output(Produce produce, std::string &text, std::string &error);
+// A file that replaces `name` in a directory only once it is whole: the text goes to a new
+// temporary file beside it (O_EXCL, never following a link, `mode` whatever the umask), which
+// commit() syncs and renames over the target, then syncs the directory. Until then, and when
+// anything failed, the target stays as it was; the temporary is removed unless committed.
+class ReplacingFile {
+public:
+    ReplacingFile() = default;
+    ~ReplacingFile() { discard(); }
+    ReplacingFile(const ReplacingFile &) = delete;
+    ReplacingFile &operator=(const ReplacingFile &) = delete;
+
+    // Takes the directory descriptor. False with the errno when the temporary cannot be made.
+    bool open(UniqueFd dir, const std::string &name, mode_t mode, int &failure);
+    bool is_open() const { return static_cast<bool>(file_); }
+    void write(std::string_view text);
+    // 0, or the errno of the first step that failed (a write, the sync, the rename).
+    int commit();
+    void discard();
+
+private:
+    UniqueFd dir_, file_;
+    std::string name_, temp_;
+    int writeErrno_ = 0;
+};
+
+// Replaces the file `name` of the directory `dir` with `contents`, as ReplacingFile does. False
+// with the reason when any step failed.
+bool replace_file(UniqueFd dir, const std::string &name, std::string_view contents, mode_t mode, std::string &error);
+
+// Everything that `produce(fd)` writes to the descriptor it is given, collected in memory (a
+// memfd), so that output of code that writes to a descriptor can be checked before it goes
+// anywhere durable.
 bool read_all(int fd, std::string &text, std::string &error);
 int memory_file(std::string &error);
 

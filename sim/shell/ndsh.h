@@ -18,6 +18,7 @@
 
 #include "cmd_grammar.h"
 #include "dbm_storage.h"
+#include "file_io.h"
 
 namespace re2 {
 class RE2;
@@ -62,36 +63,6 @@ constexpr size_t kMaxPatternLength = 1024;     // characters
 constexpr int kMaxPatternDepth = 64;           // nested parentheses
 constexpr int64_t kPatternMaxMem = 2 << 20;    // compiled program and matching cache, bytes
 
-// An open file descriptor, closed when its owner goes.
-class UniqueFd {
-public:
-    UniqueFd() = default;
-    explicit UniqueFd(int fd) : fd_(fd) {}
-    ~UniqueFd() { reset(); }
-    UniqueFd(UniqueFd &&other) noexcept : fd_(other.release()) {}
-    UniqueFd &operator=(UniqueFd &&other) noexcept
-    {
-        if (this != &other)
-            reset(other.release());
-        return *this;
-    }
-    UniqueFd(const UniqueFd &) = delete;
-    UniqueFd &operator=(const UniqueFd &) = delete;
-
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
-    int release()
-    {
-        int fd = fd_;
-        fd_ = -1;
-        return fd;
-    }
-    void reset(int fd = -1);
-
-private:
-    int fd_ = -1;
-};
-
 // A compiled pattern of a modifier.
 struct PatternDeleter {
     void operator()(re2::RE2 *re) const;
@@ -103,26 +74,18 @@ Pattern compile_pattern(const std::string &text, std::string &error);
 
 // The file of "| redirect file PATH". PATH is "/flash/NAME" or a NAME relative to /flash (the
 // state directory's flash/); ".." is refused and no symbolic link is followed on the way. The
-// text goes to a new temporary file (mode 0600) beside the target, which replaces the target
-// only at commit(), after everything was written and synced; until then, and when anything
-// failed, the target stays as it was and the temporary is removed.
+// text replaces the target only at commit(), as a ReplacingFile (mode 0600).
 class RedirectFile {
 public:
-    RedirectFile() = default;
-    ~RedirectFile();
-    RedirectFile(const RedirectFile &) = delete;
-    RedirectFile &operator=(const RedirectFile &) = delete;
-
     bool open(const std::string &flashDir, const std::string &typed, std::string &error);
-    bool is_open() const { return static_cast<bool>(file_); }
-    void write(std::string_view text);
+    bool is_open() const { return file_.is_open(); }
+    void write(std::string_view text) { file_.write(text); }
     bool commit(std::string &error);
-    void discard();
+    void discard() { file_.discard(); }
 
 private:
-    UniqueFd dir_, file_;
-    std::string typed_, name_, temp_;
-    int writeErrno_ = 0;
+    ReplacingFile file_;
+    std::string typed_;
 };
 
 // Everything a command prints on standard output passes through here: while a command runs,

@@ -38,20 +38,6 @@ constexpr const char *kMoreErase = "\r        \r";
 constexpr size_t kReadChunk = 64 << 10;
 
 // Writes all of text; 0, or the errno of the write that failed.
-int write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        ssize_t n = ::write(fd, text.data(), text.size());
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            return errno;
-        }
-        text.remove_prefix(static_cast<size_t>(n));
-    }
-    return 0;
-}
-
 // ---- patterns ----
 
 // The index of the ']' that closes the bracket expression opened at `open` (the pattern's end
@@ -247,13 +233,6 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
 
 // ---- guards ----
 
-void UniqueFd::reset(int fd)
-{
-    if (fd_ >= 0)
-        ::close(fd_);
-    fd_ = fd;
-}
-
 void PatternDeleter::operator()(re2::RE2 *re) const
 {
     delete re;
@@ -293,17 +272,11 @@ Pattern compile_pattern(const std::string &text, std::string &error)
     return nullptr;
 }
 
-RedirectFile::~RedirectFile()
-{
-    discard();
-}
-
 bool RedirectFile::open(const std::string &flashDir, const std::string &typed, std::string &error)
 {
     discard();
     auto refuse = [&](const std::string &why) {
         error = "% Cannot redirect to " + typed + ": " + why + ".";
-        dir_.reset();
         return false;
     };
     constexpr std::string_view kFlash = "/flash";
@@ -327,13 +300,13 @@ bool RedirectFile::open(const std::string &flashDir, const std::string &typed, s
     if (parts.empty() || rest.back() == '/')
         return refuse("no file name given");
 
-    dir_.reset(::open(flashDir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!dir_)
+    UniqueFd dir(::open(flashDir.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!dir)
         return refuse(std::string("/flash cannot be opened (") + strerror(errno) + ")");
     std::string walked(kFlash);
     for (size_t i = 0; i + 1 < parts.size(); ++i) {
         walked += "/" + parts[i];
-        int fd = ::openat(dir_.get(), parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+        int fd = ::openat(dir.get(), parts[i].c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
         if (fd < 0) {
             if (errno == ENOENT)
                 return refuse("there is no directory " + walked);
@@ -341,67 +314,28 @@ bool RedirectFile::open(const std::string &flashDir, const std::string &typed, s
                 return refuse(walked + " is not a directory (symbolic links are not followed)");
             return refuse(walked + " cannot be opened (" + strerror(errno) + ")");
         }
-        dir_.reset(fd);
+        dir.reset(fd);
     }
-    name_ = parts.back();
+    const std::string &name = parts.back();
     struct stat st {};
-    if (fstatat(dir_.get(), name_.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode))
+    if (fstatat(dir.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode))
         return refuse("it is a directory");
 
-    // The temporary's name does not derive from the target's, which may be as long as a name
-    // can be; O_EXCL makes sure that nothing there already is written through.
-    static unsigned serial = 0;
-    constexpr int kAttempts = 100;
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        temp_ = ".ndsh-redirect-" + std::to_string(getpid()) + "-" + std::to_string(++serial);
-        int fd = ::openat(dir_.get(), temp_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (fd >= 0) {
-            file_.reset(fd);
-            typed_ = typed;
-            writeErrno_ = 0;
-            return true;
-        }
-        if (errno != EEXIST)
-            return refuse(strerror(errno));
-    }
-    return refuse(strerror(EEXIST));
-}
-
-void RedirectFile::write(std::string_view text)
-{
-    if (file_ && writeErrno_ == 0)
-        writeErrno_ = write_all(file_.get(), text);
+    int failure = 0;
+    if (!file_.open(std::move(dir), name, 0600, failure))
+        return refuse(strerror(failure));
+    typed_ = typed;
+    return true;
 }
 
 bool RedirectFile::commit(std::string &error)
 {
-    if (!file_)
+    if (!file_.is_open())
         return true;
-    int failure = writeErrno_;
-    if (failure == 0 && fsync(file_.get()) != 0)
-        failure = errno;
-    if (failure == 0 && ::close(file_.release()) != 0)
-        failure = errno;
-    if (failure == 0 && renameat(dir_.get(), temp_.c_str(), dir_.get(), name_.c_str()) != 0)
-        failure = errno;
-    if (failure != 0) {
+    int failure = file_.commit();
+    if (failure != 0)
         error = "% Cannot write " + typed_ + ": " + strerror(failure) + ".";
-        discard();
-        return false;
-    }
-    fsync(dir_.get()); // the new name lasts too
-    temp_.clear();
-    dir_.reset();
-    return true;
-}
-
-void RedirectFile::discard()
-{
-    if (!temp_.empty() && dir_)
-        unlinkat(dir_.get(), temp_.c_str(), 0);
-    file_.reset();
-    dir_.reset();
-    temp_.clear();
+    return failure == 0;
 }
 
 // ---- output ----

@@ -766,7 +766,7 @@ int32_t cmd_write(int32_t, char **)
                "; the startup configuration is unchanged.");
         return 0;
     }
-    if (!replace_file(dir.get(), kStartupConfig, text, ndplat::kPrivateFileMode, error)) {
+    if (!replace_file(std::move(dir), kStartupConfig, text, ndplat::kPrivateFileMode, error)) {
         refuse("\n% Cannot write " + S().startup_config_path() + ": " + error + ".");
         return 0;
     }
