@@ -128,13 +128,23 @@ TEST_F(DecodeTest, ADebugMaskShorterThanFourBytesIsShownAsNoMask)
 
 TEST_F(DecodeTest, TheResponseFuzzersTwoByteDebugItemIsNotReadPast)
 {
-    // The answer that the response fuzzer found, as it came over the wire: a 2-byte item of
-    // response code 14 and an end status that is no status at all.
-    const uint8_t wire[] = {0x53, 0x52, 0x44, 0x4E, 0x0D, 0x00, 0x00, 0x00, 0x0D, 0x00, 0x00, 0x57,
-                            0x01, 0x00, 0x00, 0x00, 0x0E, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00,
-                            0x02, 0x00, 0x00, 0x00, 0x59, 0xD1};
+    // The answer that the response fuzzer found: a 2-byte item of response code 14 and an end
+    // status that is no status at all. Integers travel in host order, so the message is built
+    // here and, on a little-endian host, checked against the fuzzer's bytes.
+    CmfResponse found;
+    found.status = 13;
+    found.endStatus = 0x5700000Du;
+    const uint8_t two[2] = {0x59, 0xD1};
+    found.items.push_back(CmfItem::of(14, two, sizeof two));
+    const std::vector<uint8_t> wire = ndplat::wire_encode_response(found);
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    const std::vector<uint8_t> fuzzerInput = {0x53, 0x52, 0x44, 0x4E, 0x0D, 0x00, 0x00, 0x00, 0x0D, 0x00,
+                                              0x00, 0x57, 0x01, 0x00, 0x00, 0x00, 0x0E, 0x00, 0x00, 0x00,
+                                              0x02, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x59, 0xD1};
+    EXPECT_EQ(wire, fuzzerInput);
+#endif
     CmfResponse response;
-    ASSERT_TRUE(ndplat::wire_decode_response(wire, sizeof wire, response));
+    ASSERT_TRUE(ndplat::wire_decode_response(wire.data(), wire.size(), response));
     ASSERT_EQ(response.items.size(), 1u);
     EXPECT_EQ(response.items[0].length, 2u);
     uint32_t result = 1;
