@@ -163,7 +163,15 @@ PageEnd requestPage(const PagedTable &table, int32_t argc, char **argv, Listing 
     const auto *page = static_cast<const uint8_t *>(payload);
     const bool last = length < kNdPageHeaderBytes || readAt<uint32_t>(page, kHeaderLastOffset) == kLastPage;
     if (!last) {
-        listing.start = readAt<uint16_t>(page, kHeaderNextOffset);
+        // Every page moves the start on, so a pass ends within 65,536 pages. A page that
+        // points back at or before its own start would make the listing go round for ever
+        // (a pass beyond the 16-bit index wraps to the beginning): the listing fails there.
+        const uint16_t next = readAt<uint16_t>(page, kHeaderNextOffset);
+        if (next <= listing.start) {
+            nd_CliPrintErrorToVty(ND_ERR_OPERATION_FAILED);
+            return PageEnd::Finish;
+        }
+        listing.start = next;
         return PageEnd::Next;
     }
     if (listing.tableKind == kTableUbDynamic && listing.secondPass) {

@@ -16,6 +16,9 @@ constexpr uint32_t kCmfOutOfMemory = 5;
 constexpr uint32_t kCmfNoMore = 13;
 constexpr int32_t kFirstServiceCode = 16;
 
+// The debug switches answer with one 32-bit mask.
+constexpr uint32_t kDebugMaskBytes = 4;
+
 // Locals of one exchange that a renderer may keep between its calls.
 struct RenderLocals {
     uint32_t rows;
@@ -32,7 +35,10 @@ constexpr RendererRow kRenderers[] = {
     {12, [](const void *value, uint32_t length, RenderLocals &locals) {
          ndCliShowUbInfo(value, length, &locals.rows, &locals.titleShown);
      }},
-    {14, [](const void *value, uint32_t, RenderLocals &) { ndCliShowDebugInfo(value); }},
+    // A mask shorter than its 32 bits is shown as no mask at all rather than read past.
+    {14, [](const void *value, uint32_t length, RenderLocals &) {
+         ndCliShowDebugInfo(length >= kDebugMaskBytes ? value : nullptr);
+     }},
     {16, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowFwdStInfo(value, length); }},
     {18, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowProxyAddr(value, length); }},
 };

@@ -68,7 +68,7 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
     NdCliParam snapshot;
     memcpy(&snapshot, block, sizeof snapshot);
 
-    for (;;) {
+    for (uint32_t responses = 1;; ++responses) {
         for (uint32_t i = 0; i < block->itemCount && i < ND_CLI_PARAM_ITEM_MAX; ++i) {
             const NdCliParamItem &item = block->items[i];
             if (CMF_ClientParamEncode(context, item.type, item.length, item.value) != 0)
@@ -97,6 +97,8 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
         }
         if (lastResponse)
             return r;
+        if (responses >= kNdCliVxlanMaxResponses)
+            return ND_ERR_OPERATION_FAILED;
         continuation = 1;
         nd_CliParamSet(block, &continuation, sizeof continuation, kItemContinuation, 0);
     }

@@ -109,6 +109,15 @@ ndplat::CmfResponse answerInProcess(const ndplat::CmfRequest &request)
     return responder ? responder(request) : ndplat::CmfResponse{};
 }
 
+// What decoding answers once a response's items are used up: the end status the response
+// carries, except 0, which would read as "one more item decoded" and keep a caller decoding an
+// empty response for ever; it is "nothing more" instead. 13 and 6, the real end statuses,
+// and the failure statuses pass as they are.
+uint32_t endOfItems(uint32_t wireEndStatus)
+{
+    return wireEndStatus == kCmfOk ? kCmfNoMore : wireEndStatus;
+}
+
 } // namespace
 
 namespace ndplat {
@@ -318,10 +327,12 @@ extern "C" uint32_t CMF_ClientParamDecode(CMF_CONTEXT handle, uint32_t *type, ui
     if (!ctx->current)
         return kCmfNoMore;
     if (ctx->cursor >= ctx->current->items.size())
-        return ctx->current->endStatus;
+        return endOfItems(ctx->current->endStatus);
     ndplat::CmfItem &item = ctx->current->items[ctx->cursor++];
     *type = item.type;
-    *length = item.length;
+    // Never more than the bytes held: a value is only ever read as far as its length says.
+    *length = item.bytes.empty() || item.length <= item.bytes.size() ? item.length
+                                                                     : static_cast<uint32_t>(item.bytes.size());
     *value = item.bytes.empty() ? nullptr : item.bytes.data();
     return kCmfOk;
 }

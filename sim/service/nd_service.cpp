@@ -799,7 +799,7 @@ CmfResponse NdService::globalFlag(const CmfRequest &r, uint32_t valueType, const
 CmfResponse NdService::vlanSnooping(const CmfRequest &r)
 {
     uint32_t vlan = 0;
-    if (!itemNumber(r, kItemVlan, vlan) || vlan == 0 || vlan > 4094)
+    if (!itemNumber(r, kItemVlan, vlan) || vlan == 0 || vlan > kMaxVlanId)
         return status(ND_ERR_GET_VLAN);
     Ec ec;
     if (!ec.ok())
@@ -1049,7 +1049,7 @@ CmfResponse NdService::debug(const CmfRequest &r)
     std::lock_guard<std::mutex> hold(stateMutex_);
     switch (r.optKind) {
     case ND_CLI_OPT_SET:
-        debugMask_ |= mask & 63u;
+        debugMask_ |= mask & kDebugMaskAll;
         return ok();
     case ND_CLI_OPT_UNDO:
         debugMask_ &= ~mask;
@@ -1418,118 +1418,316 @@ bool NdService::seed_file(const std::string &path, std::string *why)
     return seed_text(text.str(), why);
 }
 
+namespace {
+
+using nlohmann::json;
+
+// Reads the fields of a seed file; the first fault is kept as "path: what is wrong".
+class SeedReader {
+public:
+    const std::string &error() const { return error_; }
+
+    bool fail(const std::string &path, const std::string &what)
+    {
+        if (error_.empty())
+            error_ = path + ": " + what;
+        return false;
+    }
+
+    // A whole number within low..high; `fallback` when the field is absent.
+    bool number(const json &entry, const std::string &path, const char *key, int64_t low, int64_t high,
+                int64_t fallback, int64_t &out)
+    {
+        const std::string at = path + "." + key;
+        if (!entry.contains(key)) {
+            out = fallback;
+            return true;
+        }
+        return value(entry.at(key), at, low, high, out);
+    }
+
+    bool value(const json &v, const std::string &at, int64_t low, int64_t high, int64_t &out)
+    {
+        const std::string range = " is out of range " + std::to_string(low) + ".." + std::to_string(high);
+        if (v.is_number_unsigned()) {
+            const uint64_t u = v.get<uint64_t>();
+            if (u > static_cast<uint64_t>(high) || static_cast<int64_t>(u) < low)
+                return fail(at, v.dump() + range);
+            out = static_cast<int64_t>(u);
+            return true;
+        }
+        if (v.is_number_integer()) {
+            const int64_t i = v.get<int64_t>();
+            if (i < low || i > high)
+                return fail(at, v.dump() + range);
+            out = i;
+            return true;
+        }
+        return fail(at, v.dump() + (v.is_number() ? " is not a whole number" : " is not a number"));
+    }
+
+    bool text(const json &entry, const std::string &path, const char *key, std::string &out)
+    {
+        if (!entry.contains(key))
+            return true;
+        const json &v = entry.at(key);
+        if (!v.is_string())
+            return fail(path + "." + key, v.dump() + " is not a text");
+        out = v.get<std::string>();
+        return true;
+    }
+
+    bool address(const json &entry, const std::string &path, const char *key, Ip6 &out)
+    {
+        if (!entry.contains(key))
+            return fail(path + "." + key, "missing");
+        const json &v = entry.at(key);
+        if (!v.is_string() || !parseIp6(v.get<std::string>(), out))
+            return fail(path + "." + key, "bad IPv6 address " + v.dump());
+        return true;
+    }
+
+    bool mac(const json &entry, const std::string &path, const char *key, Mac &out)
+    {
+        if (!entry.contains(key))
+            return fail(path + "." + key, "missing");
+        const json &v = entry.at(key);
+        if (!v.is_string() || !parseMac(v.get<std::string>(), out))
+            return fail(path + "." + key, "bad MAC address " + v.dump());
+        return true;
+    }
+
+    // Calls `each` with every entry of an optional list and its path ("name[i]").
+    template <typename Fn> bool list(const json &doc, const char *name, Fn each)
+    {
+        if (!doc.contains(name))
+            return true;
+        const json &items = doc.at(name);
+        if (!items.is_array())
+            return fail(name, "not a list");
+        for (size_t i = 0; i < items.size(); ++i) {
+            const std::string path = std::string(name) + "[" + std::to_string(i) + "]";
+            if (!items[i].is_object())
+                return fail(path, "not an object");
+            if (!each(items[i], path))
+                return false;
+        }
+        return true;
+    }
+
+private:
+    std::string error_;
+};
+
+constexpr int64_t kU32Max = UINT32_MAX;
+
+// What one seed file holds, read in full before any of it is taken.
+struct Seed {
+    std::vector<UserBind> binds[2];
+    std::vector<Prefix> prefixes;
+    bool hasSnooping = false, hasForward = false;
+    std::vector<Counters> snooping, forward;
+    std::vector<ProxyAddress> proxies;
+    std::map<VxlanKey, VxlanHost> hosts;
+    std::map<VxlanKey, SuppressionHost> suppression;
+    bool hasDebug = false;
+    uint32_t debug = 0;
+};
+
+bool readUserBinds(SeedReader &in, const json &doc, Seed &seed, const size_t (&held)[2])
+{
+    return in.list(doc, "dynamic_user_binds", [&](const json &e, const std::string &path) {
+        UserBind ub;
+        Ip6 base{};
+        int64_t count = 0, vlan = 0, portId = 0;
+        std::string part = "mpu";
+        if (!in.address(e, path, "ip", base) || !in.mac(e, path, "mac", ub.mac) ||
+            !in.number(e, path, "vlan", 1, kMaxVlanId, 1, vlan) || !in.text(e, path, "port", ub.port) ||
+            !in.text(e, path, "part", part) ||
+            !in.number(e, path, "count", 1, static_cast<int64_t>(kDynamicUserBindCeiling), 1, count))
+            return false;
+        if (part != "mpu" && part != "lpu")
+            return in.fail(path + ".part", "\"" + part + "\" is neither \"mpu\" nor \"lpu\"");
+        if (!in.number(e, path, "port_id", INT32_MIN, INT32_MAX, ndplat::port_id(ub.port), portId))
+            return false;
+        ub.vlan = static_cast<uint16_t>(vlan);
+        ub.portId = static_cast<int32_t>(portId);
+        ub.mpu = part == "mpu";
+        std::vector<UserBind> &into = seed.binds[ub.mpu ? 0 : 1];
+        const size_t room = kDynamicUserBindCeiling - std::min(kDynamicUserBindCeiling, held[ub.mpu ? 0 : 1] + into.size());
+        if (static_cast<size_t>(count) > room)
+            return in.fail(path + ".count", std::to_string(count) + " is more than the " + std::to_string(room) +
+                                                " entries left of part \"" + part + "\" (at most " +
+                                                std::to_string(kDynamicUserBindCeiling) + ")");
+        for (int64_t n = 0; n < count; ++n) {
+            ub.ip = addToAddress(base, static_cast<uint32_t>(n));
+            into.push_back(ub);
+        }
+        return true;
+    });
+}
+
+bool readCounters(SeedReader &in, const json &doc, const char *name, size_t values, std::vector<Counters> &out)
+{
+    return in.list(doc, name, [&](const json &e, const std::string &path) {
+        Counters c;
+        int64_t member = 0, instance = 0;
+        if (!in.number(e, path, "member", 0, kStatisticsMembers - 1, 0, member) ||
+            !in.number(e, path, "instance", 0, kStatisticsInstances - 1, 0, instance))
+            return false;
+        c.member = static_cast<uint8_t>(member);
+        c.instance = static_cast<uint8_t>(instance);
+        c.values.assign(values, 0);
+        if (e.contains("counters")) {
+            const json &list = e.at("counters");
+            if (!list.is_array())
+                return in.fail(path + ".counters", "not a list");
+            if (list.size() > values)
+                return in.fail(path + ".counters", std::to_string(list.size()) + " values, at most " +
+                                                       std::to_string(values));
+            for (size_t i = 0; i < list.size(); ++i) {
+                int64_t v = 0;
+                if (!in.value(list[i], path + ".counters[" + std::to_string(i) + "]", 0, kU32Max, v))
+                    return false;
+                c.values[i] = static_cast<uint32_t>(v);
+            }
+        }
+        out.push_back(std::move(c));
+        return true;
+    });
+}
+
+// Both VXLAN tables: `fill` reads what is particular to one table into its host record.
+template <typename Host, typename Fill>
+bool readVxlanTable(SeedReader &in, const json &doc, const char *name, size_t held, std::map<VxlanKey, Host> &out,
+                    Fill fill)
+{
+    size_t made = 0;
+    return in.list(doc, name, [&](const json &e, const std::string &path) {
+        Host h;
+        Ip6 base{};
+        int64_t vxlan = 0, count = 0;
+        if (!e.contains("vxlan"))
+            return in.fail(path + ".vxlan", "missing");
+        if (!in.number(e, path, "vxlan", 1, kMaxVxlanId, 0, vxlan) || !in.address(e, path, "ip", base) ||
+            !in.mac(e, path, "mac", h.mac) || !fill(e, path, h) ||
+            !in.number(e, path, "count", 1, static_cast<int64_t>(kVxlanTableCeiling), 1, count))
+            return false;
+        const size_t room = kVxlanTableCeiling - std::min(kVxlanTableCeiling, held + made);
+        if (static_cast<size_t>(count) > room)
+            return in.fail(path + ".count", std::to_string(count) + " is more than the " + std::to_string(room) +
+                                                " entries left (at most " + std::to_string(kVxlanTableCeiling) +
+                                                ")");
+        made += static_cast<size_t>(count);
+        VxlanKey key;
+        key.first = static_cast<uint32_t>(vxlan);
+        for (int64_t n = 0; n < count; ++n) {
+            key.second = addToAddress(base, static_cast<uint32_t>(n));
+            out[key] = h;
+        }
+        return true;
+    });
+}
+
+bool readSeed(SeedReader &in, const json &doc, Seed &seed, const size_t (&heldBinds)[2], size_t heldHosts,
+              size_t heldSuppression)
+{
+    if (!readUserBinds(in, doc, seed, heldBinds))
+        return false;
+    if (!in.list(doc, "prefixes", [&](const json &e, const std::string &path) {
+            Prefix p;
+            int64_t length = 0, valid = 0, preferred = 0;
+            if (!in.address(e, path, "prefix", p.prefix) ||
+                !in.number(e, path, "length", 0, kMaxPrefixLength, 64, length) ||
+                !in.number(e, path, "valid", 0, kU32Max, 2592000, valid) ||
+                !in.number(e, path, "preferred", 0, kU32Max, 604800, preferred))
+                return false;
+            p.length = static_cast<int32_t>(length);
+            p.valid = static_cast<uint32_t>(valid);
+            p.preferred = static_cast<uint32_t>(preferred);
+            seed.prefixes.push_back(p);
+            return true;
+        }))
+        return false;
+    seed.hasSnooping = doc.contains("snooping_statistics");
+    seed.hasForward = doc.contains("forward_statistics");
+    if (!readCounters(in, doc, "snooping_statistics", kSnoopingCounters, seed.snooping) ||
+        !readCounters(in, doc, "forward_statistics", kForwardCounters, seed.forward))
+        return false;
+    if (!in.list(doc, "proxy_addresses", [&](const json &e, const std::string &path) {
+            ProxyAddress a;
+            int64_t module = 0;
+            if (!in.number(e, path, "module", 0, kU32Max, 0, module) || !in.address(e, path, "begin", a.begin) ||
+                !in.address(e, path, "end", a.end))
+                return false;
+            a.module = static_cast<uint32_t>(module);
+            seed.proxies.push_back(a);
+            return true;
+        }))
+        return false;
+    if (!readVxlanTable(in, doc, "vxlan_hosts", heldHosts, seed.hosts,
+                        [&](const json &e, const std::string &path, VxlanHost &h) {
+                            int64_t portIndex = 0;
+                            if (!in.number(e, path, "port_index", 0, kU32Max, 0, portIndex))
+                                return false;
+                            h.portIndex = static_cast<uint32_t>(portIndex);
+                            return true;
+                        }))
+        return false;
+    if (!readVxlanTable(in, doc, "suppression_hosts", heldSuppression, seed.suppression,
+                        [&](const json &e, const std::string &path, SuppressionHost &h) {
+                            int64_t tunnelId = 0;
+                            if (!in.number(e, path, "tunnel_id", 0, kU32Max, 0, tunnelId) ||
+                                !in.text(e, path, "tunnel_ip", h.tunnelIp))
+                                return false;
+                            h.tunnelId = static_cast<uint32_t>(tunnelId);
+                            return true;
+                        }))
+        return false;
+    if (doc.contains("debug")) {
+        int64_t debug = 0;
+        if (!in.value(doc.at("debug"), "debug", 0, kDebugMaskAll, debug))
+            return false;
+        seed.hasDebug = true;
+        seed.debug = static_cast<uint32_t>(debug);
+    }
+    return true;
+}
+
+} // namespace
+
 bool NdService::seed_text(const std::string &text, std::string *why)
 {
-    using nlohmann::json;
     json doc = json::parse(text, nullptr, false);
-    auto bad = [&](const std::string &reason) {
+    if (doc.is_discarded() || !doc.is_object()) {
         if (why)
-            *why = reason;
+            *why = "not a JSON object";
         return false;
-    };
-    if (doc.is_discarded() || !doc.is_object())
-        return bad("not a JSON object");
-    try {
-        std::lock_guard<std::mutex> hold(stateMutex_);
-        auto ip = [&](const json &v, Ip6 &out) {
-            if (!v.is_string() || !parseIp6(v.get<std::string>(), out))
-                throw std::runtime_error("bad IPv6 address " + v.dump());
-        };
-        auto mac = [&](const json &v, Mac &out) {
-            if (!v.is_string() || !parseMac(v.get<std::string>(), out))
-                throw std::runtime_error("bad MAC address " + v.dump());
-        };
-        auto userBind = [&](const json &e, uint32_t n) {
-            UserBind ub;
-            ip(e.at("ip"), ub.ip);
-            ub.ip = addToAddress(ub.ip, n);
-            mac(e.at("mac"), ub.mac);
-            ub.vlan = e.value("vlan", 1);
-            ub.port = e.value("port", std::string());
-            ub.portId = e.contains("port_id") ? e.at("port_id").get<int32_t>() : ndplat::port_id(ub.port);
-            ub.mpu = e.value("part", std::string("mpu")) != "lpu";
-            return ub;
-        };
-        if (doc.contains("dynamic_user_binds"))
-            for (const json &e : doc.at("dynamic_user_binds")) {
-                uint32_t count = e.value("count", 1u);
-                for (uint32_t n = 0; n < count; ++n) {
-                    UserBind ub = userBind(e, n);
-                    dynamicBinds_[ub.mpu ? 0 : 1].push_back(std::move(ub));
-                }
-            }
-        if (doc.contains("prefixes"))
-            for (const json &e : doc.at("prefixes")) {
-                Prefix p;
-                ip(e.at("prefix"), p.prefix);
-                p.length = e.value("length", 64);
-                p.valid = e.value("valid", 2592000u);
-                p.preferred = e.value("preferred", 604800u);
-                prefixes_.push_back(p);
-            }
-        auto counters = [&](const char *name, std::vector<Counters> &table, size_t n) {
-            if (!doc.contains(name))
-                return;
-            table.clear();
-            for (const json &e : doc.at(name)) {
-                Counters c;
-                c.member = e.value("member", 0);
-                c.instance = e.value("instance", 0);
-                c.values.assign(n, 0);
-                if (e.contains("counters")) {
-                    const json &values = e.at("counters");
-                    for (size_t i = 0; i < n && i < values.size(); ++i)
-                        c.values[i] = values.at(i).get<uint32_t>();
-                }
-                table.push_back(c);
-            }
-        };
-        counters("snooping_statistics", snoopingStats_, kSnoopingCounters);
-        counters("forward_statistics", forwardStats_, kForwardCounters);
-        if (doc.contains("proxy_addresses"))
-            for (const json &e : doc.at("proxy_addresses")) {
-                ProxyAddress a;
-                a.module = e.value("module", 0u);
-                ip(e.at("begin"), a.begin);
-                ip(e.at("end"), a.end);
-                proxyAddresses_.push_back(a);
-            }
-        if (doc.contains("vxlan_hosts"))
-            for (const json &e : doc.at("vxlan_hosts")) {
-                uint32_t count = e.value("count", 1u);
-                VxlanKey key;
-                key.first = e.at("vxlan").get<uint32_t>();
-                Ip6 base{};
-                ip(e.at("ip"), base);
-                VxlanHost h;
-                mac(e.at("mac"), h.mac);
-                h.portIndex = e.value("port_index", 0u);
-                for (uint32_t n = 0; n < count; ++n) {
-                    key.second = addToAddress(base, n);
-                    hosts_[key] = h;
-                }
-            }
-        if (doc.contains("suppression_hosts"))
-            for (const json &e : doc.at("suppression_hosts")) {
-                uint32_t count = e.value("count", 1u);
-                VxlanKey key;
-                key.first = e.at("vxlan").get<uint32_t>();
-                Ip6 base{};
-                ip(e.at("ip"), base);
-                SuppressionHost h;
-                mac(e.at("mac"), h.mac);
-                h.tunnelId = e.value("tunnel_id", 0u);
-                h.tunnelIp = e.value("tunnel_ip", std::string());
-                for (uint32_t n = 0; n < count; ++n) {
-                    key.second = addToAddress(base, n);
-                    suppression_[key] = h;
-                }
-            }
-        if (doc.contains("debug"))
-            debugMask_ = doc.at("debug").get<uint32_t>() & 63u;
-    } catch (const std::exception &e) {
-        return bad(e.what());
     }
+    std::lock_guard<std::mutex> hold(stateMutex_);
+    // Read and checked in full first: a refused seed leaves the state as it was.
+    SeedReader in;
+    Seed seed;
+    const size_t heldBinds[2] = {dynamicBinds_[0].size(), dynamicBinds_[1].size()};
+    if (!readSeed(in, doc, seed, heldBinds, hosts_.size(), suppression_.size())) {
+        if (why)
+            *why = in.error();
+        return false;
+    }
+    for (size_t part = 0; part < 2; ++part)
+        dynamicBinds_[part].insert(dynamicBinds_[part].end(), seed.binds[part].begin(), seed.binds[part].end());
+    prefixes_.insert(prefixes_.end(), seed.prefixes.begin(), seed.prefixes.end());
+    if (seed.hasSnooping)
+        snoopingStats_ = std::move(seed.snooping);
+    if (seed.hasForward)
+        forwardStats_ = std::move(seed.forward);
+    proxyAddresses_.insert(proxyAddresses_.end(), seed.proxies.begin(), seed.proxies.end());
+    for (auto &entry : seed.hosts)
+        hosts_[entry.first] = entry.second;
+    for (auto &entry : seed.suppression)
+        suppression_[entry.first] = entry.second;
+    if (seed.hasDebug)
+        debugMask_ = seed.debug;
     return true;
 }
 

@@ -32,6 +32,19 @@ constexpr size_t kStaticUserBindCeiling = 1024;
 constexpr size_t kVxlanRecordsPerResponse = 64;
 constexpr uint32_t kVxlanRecordSize = 124;
 
+// Limits of the dynamic state, held to by the requests and by the seed file alike.
+constexpr uint32_t kMaxVlanId = 4094;
+constexpr int64_t kMaxPrefixLength = 128;
+constexpr uint32_t kStatisticsMembers = 8;   // member numbers 0..7
+constexpr uint32_t kStatisticsInstances = 2; // instance numbers 0..1
+constexpr uint32_t kDebugMaskAll = 63;
+constexpr uint32_t kMaxVxlanId = 16777215;
+// Learned user-binds of one part: a listing pass cannot go beyond its 16-bit start index.
+constexpr size_t kDynamicUserBindCeiling = 65535;
+// Hosts of one VXLAN table (local or suppression): the most the plug-in follows, 32,768
+// answers of kVxlanRecordsPerResponse.
+constexpr size_t kVxlanTableCeiling = 32768 * kVxlanRecordsPerResponse;
+
 // Where the diagnose text goes; the plug-in prints and deletes it.
 constexpr const char *kDiagnoseFile = "/tmp/.nd_diagnose";
 
@@ -89,7 +102,8 @@ public:
     // Answers one request. Safe to call from several connections at once.
     ndplat::CmfResponse handle(const ndplat::CmfRequest &request);
 
-    // Dynamic state from a JSON seed file; false (with the reason) when it cannot be read.
+    // Dynamic state from a JSON seed file; false (with the reason, which names the faulty
+    // field) when it cannot be read or breaks a limit above. A refused seed changes nothing.
     bool seed_file(const std::string &path, std::string *why);
     bool seed_text(const std::string &json, std::string *why);
 

@@ -578,7 +578,7 @@ TEST_F(ServiceTest, BadSeedsAreRefusedWithAReason)
     EXPECT_FALSE(svc.seed_text("[1,2]", &why));
     EXPECT_EQ(why, "not a JSON object");
     EXPECT_FALSE(svc.seed_text(R"({"prefixes":[{"prefix":"zz"}]})", &why));
-    EXPECT_EQ(why, "bad IPv6 address \"zz\"");
+    EXPECT_EQ(why, "prefixes[0].prefix: bad IPv6 address \"zz\"");
     EXPECT_FALSE(svc.seed_file("/nonexistent/seed.json", &why));
     EXPECT_EQ(why, "cannot read /nonexistent/seed.json");
 }

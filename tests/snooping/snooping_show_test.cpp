@@ -394,4 +394,51 @@ TEST_F(SnoopingShow, TwentyThousandEntriesOverManyPages)
     EXPECT_EQ(ndplat::cmf_open_contexts(), 0);
 }
 
+// ---- a service that never ends a pass -------------------------------------------------------
+
+TEST_F(SnoopingShow, APageThatPointsBackBeforeItsStartEndsTheListingWithAnError)
+{
+    std::vector<Query> queries;
+    ndplat::cmf_responder_set([&queries](const ndplat::CmfRequest &r) {
+        queries.push_back(queryOf(r));
+        return page(11, queries.size() == 1 ? page_header(15, 0) : page_header(0, 0));
+    });
+    EXPECT_EQ(run(ndShowNdSnoopingUserBind, {"show", "nd", "snooping", "user-bind", "static"}),
+              kUbTitle + "\nOperation failed.");
+    ASSERT_EQ(queries.size(), 2u);
+    EXPECT_EQ(queries[1].start, 15);
+    EXPECT_EQ(ndplat::trace_of("SHELL_MoreBreakOutput").size(), 1u);
+    EXPECT_EQ(ndplat::trace_of("SHELL_MoreFormatOutput").size(), 1u);
+    EXPECT_EQ(ndplat::cmf_open_contexts(), 0);
+}
+
+TEST_F(SnoopingShow, APageThatStaysAtItsStartEndsTheListingWithAnError)
+{
+    std::vector<Query> queries;
+    ndplat::cmf_responder_set([&queries](const ndplat::CmfRequest &r) {
+        queries.push_back(queryOf(r));
+        return page(10, page_header(0, 0));
+    });
+    EXPECT_EQ(run(ndShowNdSnoopingPrefix, {"show", "nd", "snooping", "prefix"}), kPrefixTitle + "\nOperation failed.");
+    EXPECT_EQ(queries.size(), 1u);
+}
+
+TEST_F(SnoopingShow, APassBeyondTheSixteenBitStartIndexEndsInsteadOfWrapping)
+{
+    // Pages of 15 that never say "last": the start index climbs to 65535 and the next one
+    // would wrap to 14.
+    std::vector<Query> queries;
+    ndplat::cmf_responder_set([&queries](const ndplat::CmfRequest &r) {
+        queries.push_back(queryOf(r));
+        return page(11, page_header(static_cast<uint16_t>(queries.back().start + 15), 0));
+    });
+    std::string text = run(ndShowNdSnoopingUserBind, {"show", "nd", "snooping", "user-bind", "dynamic"});
+    EXPECT_EQ(text, kUbTitle + "\nOperation failed.");
+    ASSERT_EQ(queries.size(), 4370u);
+    EXPECT_EQ(queries[4368].start, 65520);
+    EXPECT_EQ(queries[4369].start, 65535);
+    EXPECT_EQ(queries[4369].kind, 3u) << "no second pass after a failed first one";
+    EXPECT_EQ(ndplat::cmf_open_contexts(), 0);
+}
+
 } // namespace

@@ -372,4 +372,51 @@ TEST_F(VxlanExchangeTest, DecoderDirectly)
     CMF_ClientContextClose(ctx);
 }
 
+// ---- a service that never ends the table ---------------------------------------------------
+
+TEST_F(VxlanExchangeTest, AServiceThatNeverEndsTheTableIsFollowedAtMostTheResponseCeiling)
+{
+    ndplat::trace_record_set(false); // tens of thousands of rounds
+    auto a = record("2001:db8::1", "192.0.2.1", 5, 1, 0, kMacA);
+    size_t answered = 0;
+    ndplat::cmf_responder_set([&](const ndplat::CmfRequest &) {
+        ++answered;
+        return response(0, {recordItem(a)});
+    });
+    NdCliParam block = showBlock(22, 5);
+    EXPECT_EQ(ndCliVxlanSetProc(&block, collect), 18u);
+    EXPECT_EQ(answered, kNdCliVxlanMaxResponses);
+    EXPECT_EQ(ndplat::cmf_requests().size(), 32768u);
+    EXPECT_EQ(rendered.records.size(), 32768u);
+    EXPECT_EQ(ndplat::cmf_open_contexts(), 0);
+}
+
+TEST_F(VxlanExchangeTest, ATableThatEndsInTheLastAllowedResponseIsShownWhole)
+{
+    ndplat::trace_record_set(false);
+    auto a = record("2001:db8::1", "192.0.2.1", 5, 1, 0, kMacA);
+    size_t answered = 0;
+    ndplat::cmf_responder_set([&](const ndplat::CmfRequest &) {
+        ++answered;
+        if (answered == kNdCliVxlanMaxResponses)
+            return response(13, {recordItem(a), endOfTable()});
+        return response(0, {recordItem(a)});
+    });
+    NdCliParam block = showBlock(22, 5);
+    EXPECT_EQ(ndCliVxlanSetProc(&block, collect), 0u);
+    EXPECT_EQ(answered, 32768u);
+    EXPECT_EQ(rendered.records.size(), 32768u);
+}
+
+TEST_F(VxlanExchangeTest, AResponseWhoseEndStatusIsZeroEndsWhenItsItemsAreUsedUp)
+{
+    auto a = record("2001:db8::1", "192.0.2.1", 5, 1, 0, kMacA);
+    ndplat::cmf_script(response(13, {recordItem(a)}, 0));
+    NdCliParam block = showBlock(22, 5);
+    EXPECT_EQ(ndCliVxlanSetProc(&block, collect), 13u);
+    EXPECT_EQ(rendered.records.size(), 1u);
+    EXPECT_EQ(ndplat::trace_of("CMF_ClientParamDecode").size(), 2u);
+    EXPECT_EQ(ndplat::cmf_requests().size(), 1u);
+}
+
 } // namespace

@@ -287,4 +287,31 @@ TEST_F(VxlanShowTest, DiagnoseVxlanRecordsAreNotRenderedAndErrorsPrinted)
     EXPECT_EQ(out2.take(), "\n% Conflict, 'nd suppression' is set!");
 }
 
+TEST_F(VxlanShowTest, DiagnoseAnsweredWithEndStatusZeroEndsWithItsResponse)
+{
+    // show diagnose nd vxlan 20 mac, the service reporting 0 once its records are used up.
+    ndplat::cmf_script(response(13, {recordItem(record("2001:db8::1", "", 20, 0, 0, kMac))}, 0));
+    ndtest::Stdout out;
+    EXPECT_EQ(ndtest::run_handler(nd_CliVxlanDiagnoseShowVxlan, {"show", "diagnose", "nd", "vxlan", "20", "mac"}),
+              13);
+    EXPECT_EQ(out.take(), "");
+    EXPECT_EQ(ndplat::trace_of("CMF_ClientParamDecode").size(), 2u);
+    EXPECT_EQ(ndplat::cmf_requests().size(), 1u);
+}
+
+TEST_F(VxlanShowTest, DiagnoseOfAServiceThatAlwaysAsksForMoreEndsWithAnError)
+{
+    ndplat::trace_record_set(false); // tens of thousands of rounds
+    size_t answered = 0;
+    ndplat::cmf_responder_set([&](const ndplat::CmfRequest &) {
+        ++answered;
+        return response(0, {recordItem(record("2001:db8::1", "", 20, 0, 0, kMac))}, 0);
+    });
+    ndtest::Stdout out;
+    EXPECT_EQ(ndtest::run_handler(nd_CliVxlanDiagnoseShowVxlan, {"show", "diagnose", "nd", "vxlan", "20", "mac"}),
+              18);
+    EXPECT_EQ(out.take(), "\nOperation failed.");
+    EXPECT_EQ(answered, 32768u);
+}
+
 } // namespace
