@@ -27,7 +27,7 @@ public:
     CacheLock &operator=(const CacheLock &) = delete;
 };
 
-using nd::Allocation;
+using ndcli::Allocation;
 
 NdCliDbmSess *findSession(uint32_t sessionId, uint32_t valueType)
 {
@@ -123,7 +123,7 @@ int32_t ndCliDbmSaveToSessCb(DBM_HANDLE h, const void *key, uint16_t keyLen, voi
 int32_t ndCliDbmSaveToSess(NdCliDbmSess *session)
 {
     ndcli::OwnedDatabase db;
-    if (nd::openNdDatabase(db) != 0)
+    if (ndcli::openNdDatabase(db) != 0)
         return -1;
     DBM_Proc(db.get(), session->valueType, ndCliDbmSaveToSessCb, session);
     db.close();

@@ -48,7 +48,7 @@ int32_t  ndCliDbmBinaryCompare(const void *probe, const void *entry);
 
 }
 
-namespace nd {
+namespace ndcli {
 
 constexpr const char *kNdDbmName = "ec_nd";
 constexpr uint32_t kNdDbmOpenMode = 1;
@@ -90,6 +90,6 @@ private:
     T *p_;
 };
 
-} // namespace nd
+} // namespace ndcli
 
 #endif

@@ -11,12 +11,12 @@ void GNL_INIT_LIST_HEAD(GnlListHead *head)
 
 void gnl_list_add_tail(GnlListHead *item, GnlListHead *head)
 {
-    __gnl_list_add(item, head->prev, head);
+    gnlListLink(item, head->prev, head);
 }
 
 void gnl_list_del(GnlListHead *item)
 {
-    __gnl_list_del(item->prev, item->next);
+    gnlListUnlink(item->prev, item->next);
     item->next = reinterpret_cast<GnlListHead *>(kGnlListPoisonNext);
     item->prev = reinterpret_cast<GnlListHead *>(kGnlListPoisonPrev);
 }

@@ -14,7 +14,7 @@ constexpr uintptr_t kGnlListPoisonNext = 0x00100100u;
 constexpr uintptr_t kGnlListPoisonPrev = 0x00200200u;
 
 // Links `item` in between `prev` and `next`, which are adjacent.
-inline void __gnl_list_add(GnlListHead *item, GnlListHead *prev, GnlListHead *next)
+inline void gnlListLink(GnlListHead *item, GnlListHead *prev, GnlListHead *next)
 {
     next->prev = item;
     item->next = next;
@@ -23,7 +23,7 @@ inline void __gnl_list_add(GnlListHead *item, GnlListHead *prev, GnlListHead *ne
 }
 
 // Joins `prev` and `next`, dropping whatever lay between them.
-inline void __gnl_list_del(GnlListHead *prev, GnlListHead *next)
+inline void gnlListUnlink(GnlListHead *prev, GnlListHead *next)
 {
     next->prev = prev;
     prev->next = next;

@@ -135,8 +135,8 @@ private:
 template <size_t N>
 int32_t globalScript(int32_t fd, uintptr_t a2, uintptr_t a3, const char *openFailedLog, const ScriptEntry (&walk)[N])
 {
-    NdCliScriptCtx ctx = nd::scriptCtx(fd, a2, a3, 0);
-    return nd::runScript(openFailedLog, ctx, [&walk](DBM_HANDLE h, NdCliScriptCtx *c) {
+    NdCliScriptCtx ctx = ndcli::scriptCtx(fd, a2, a3, 0);
+    return ndcli::runScript(openFailedLog, ctx, [&walk](DBM_HANDLE h, NdCliScriptCtx *c) {
         for (const ScriptEntry &e : walk)
             DBM_Proc(h, e.valueType, e.callback, c);
     });
@@ -177,7 +177,7 @@ int32_t ndGlobalUbCfgScript(DBM_HANDLE h, const void *key, uint16_t keyLen, void
     NdCliScriptCtx *ctx = dueRecord(h, key, keyLen, arg, result);
     if (!ctx)
         return result;
-    nd::Allocation<uint8_t> buffer(kUbEntrySize * kUbBulkCount);
+    ndcli::Allocation<uint8_t> buffer(kUbEntrySize * kUbBulkCount);
     if (!buffer.get())
         return ND_ERR_MEMORY_SHORT;
     SortListIterator iterator;

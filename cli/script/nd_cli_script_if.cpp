@@ -43,7 +43,7 @@ bool vlanRecordMatches(DBM_HANDLE h, const char *format, uintptr_t id)
     char key[kKeySize];
     snprintf(key, sizeof key, format, static_cast<int>(id));
     uint8_t record[kVlanRecordSize];
-    if (!nd::readRecord(h, key, keyLength(key), record))
+    if (!ndcli::readRecord(h, key, keyLength(key), record))
         return false;
     return u16At(record + kVlanIdOffset) == static_cast<uint16_t>(id);
 }
@@ -51,7 +51,7 @@ bool vlanRecordMatches(DBM_HANDLE h, const char *format, uintptr_t id)
 template <int32_t (*Reader)(DBM_HANDLE, NdCliScriptCtx *)>
 int32_t directScript(const char *openFailedLog, NdCliScriptCtx ctx)
 {
-    return nd::runScript(openFailedLog, ctx, Reader);
+    return ndcli::runScript(openFailedLog, ctx, Reader);
 }
 
 constexpr const char *kIfOpenFailed = "nd if script handle, open dbm read failed, ret %d";
@@ -72,7 +72,7 @@ int32_t ndIfCfgScript(DBM_HANDLE h, NdCliScriptCtx *ctx)
     char key[kKeySize];
     snprintf(key, sizeof key, "nd_nbr_if_%s", ifName);
     uint8_t record[kIfRecordSize];
-    if (!nd::readRecord(h, key, keyLength(key), record))
+    if (!ndcli::readRecord(h, key, keyLength(key), record))
         return 0;
     // The stored name ends in a NUL inside its 68 bytes; one that fills them is cut there.
     char stored[kIfNameSize + 1] = {};
@@ -97,7 +97,7 @@ int32_t ndCliSnpTrustPortScript(DBM_HANDLE h, NdCliScriptCtx *ctx)
     if (key[0] == '\0')
         return 0;
     uint8_t record[kVlanRecordSize];
-    if (!nd::readRecord(h, key, keyLength(key), record))
+    if (!ndcli::readRecord(h, key, keyLength(key), record))
         return 0;
     if (u32At(record + kPortIdOffset) == static_cast<uint32_t>(portId) && u32At(record + kPortStateOffset) == 0)
         dprintf(ctx->fd, "\n nd snooping trust");
@@ -124,17 +124,17 @@ int32_t ndCliIfSuperVlanScript(DBM_HANDLE h, NdCliScriptCtx *ctx)
 
 int32_t ndIfScriptHandler(int32_t fd, uintptr_t a2, uintptr_t a3, uintptr_t ifName)
 {
-    return directScript<ndIfCfgScript>(kIfOpenFailed, nd::scriptCtx(fd, a2, a3, ifName));
+    return directScript<ndIfCfgScript>(kIfOpenFailed, ndcli::scriptCtx(fd, a2, a3, ifName));
 }
 
 int32_t ndPortIfScriptHandler(int32_t fd, uintptr_t a2, uintptr_t a3, uintptr_t portId)
 {
-    return directScript<ndCliSnpTrustPortScript>(kPortOpenFailed, nd::scriptCtx(fd, a2, a3, portId));
+    return directScript<ndCliSnpTrustPortScript>(kPortOpenFailed, ndcli::scriptCtx(fd, a2, a3, portId));
 }
 
 int32_t ND_SuperVlanScriptHandler(int32_t fd, uintptr_t superVlanId)
 {
-    return directScript<ndCliIfSuperVlanScript>(kSuperVlanOpenFailed, nd::scriptCtx(fd, 0, 0, superVlanId));
+    return directScript<ndCliIfSuperVlanScript>(kSuperVlanOpenFailed, ndcli::scriptCtx(fd, 0, 0, superVlanId));
 }
 
 int32_t ndVlanIfScriptHandlerFromLocalDbm(int32_t fd, uintptr_t a2, uintptr_t vlanId, uintptr_t a4,
@@ -142,11 +142,11 @@ int32_t ndVlanIfScriptHandlerFromLocalDbm(int32_t fd, uintptr_t a2, uintptr_t vl
 {
     (void)a2;
     (void)a4;
-    nd_CliDbmSessPull(sessionId, nd::kNdDbmVlanValueType);
+    nd_CliDbmSessPull(sessionId, ndcli::kNdDbmVlanValueType);
     char key[kKeySize];
     snprintf(key, sizeof key, "vlan %d", static_cast<int>(vlanId));
     uint8_t record[kVlanRecordSize] = {};
-    int32_t n = nd_CliDbmGetUniqueBinary(sessionId, nd::kNdDbmVlanValueType, key, keyLength(key), record,
+    int32_t n = nd_CliDbmGetUniqueBinary(sessionId, ndcli::kNdDbmVlanValueType, key, keyLength(key), record,
                                          kVlanRecordSize);
     if (n < 1)
         return n;
@@ -160,7 +160,7 @@ int32_t ndVlanIfScriptHandler(int32_t fd, uintptr_t a2, uintptr_t vlanId, uintpt
 {
     uint32_t sessionId = SHELL_GetRunningCfgProcSessionId();
     if (sessionId == kNoRunningCfgSession)
-        return directScript<ndCliIfVlanScript>(kVlanOpenFailed, nd::scriptCtx(fd, a2, vlanId, a4));
+        return directScript<ndCliIfVlanScript>(kVlanOpenFailed, ndcli::scriptCtx(fd, a2, vlanId, a4));
     return ndVlanIfScriptHandlerFromLocalDbm(fd, a2, vlanId, a4, sessionId);
 }
 

@@ -25,7 +25,7 @@ int32_t ndVlanIfScriptHandlerFromLocalDbm(int32_t fd, uintptr_t a2, uintptr_t vl
                                           uint32_t sessionId);
 }
 
-namespace nd {
+namespace ndcli {
 
 constexpr uint32_t kNdLogA2 = 0;
 constexpr uint32_t kNdLogA3 = 8;
@@ -60,6 +60,6 @@ template <size_t N> bool readRecord(DBM_HANDLE h, const char *key, uint16_t keyL
     return DBM_GetUniqueBinary(h, key, keyLen, 0, buf, N) >= 1;
 }
 
-} // namespace nd
+} // namespace ndcli
 
 #endif

@@ -36,7 +36,7 @@ TEST(GnlList, InternalAddLinksBetweenTwoNeighbours)
     GnlListHead head, a, b;
     GNL_INIT_LIST_HEAD(&head);
     gnl_list_add_tail(&a, &head);
-    __gnl_list_add(&b, &head, head.next); // in front of a
+    gnlListLink(&b, &head, head.next); // in front of a
     EXPECT_EQ(head.next, &b);
     EXPECT_EQ(b.prev, &head);
     EXPECT_EQ(b.next, &a);
@@ -68,7 +68,7 @@ TEST(GnlList, InternalDelJoinsNeighbours)
     GNL_INIT_LIST_HEAD(&head);
     gnl_list_add_tail(&a, &head);
     gnl_list_add_tail(&b, &head);
-    __gnl_list_del(&head, &b); // drops a, leaves a's own links alone
+    gnlListUnlink(&head, &b); // drops a, leaves a's own links alone
     EXPECT_EQ(head.next, &b);
     EXPECT_EQ(b.prev, &head);
     EXPECT_EQ(a.next, &b);

@@ -269,7 +269,7 @@ TEST_P(GlobalScriptTest, CallbacksCheckTheirArgumentsAndHonourTheSkipFlag)
     w.putU32("v_snp", 3, 1);
     w.listAdd(kUbKey, 2, userBind("2001:db8::1", 1, 1, "ge1/1", {1, 2, 3, 4, 5, 6}), kUbSortKey);
     ndtest::FdCapture out;
-    NdCliScriptCtx ctx = nd::scriptCtx(out.fd(), 0, 0, 0);
+    NdCliScriptCtx ctx = ndcli::scriptCtx(out.fd(), 0, 0, 0);
     DBM_PROC_FN callbacks[] = {ndGlobalCfgScript,        ndGlobalSnpEnCfgScript,   ndGlobalSnpLsCfgScript,
                                ndGlobalUbCfgScript,      ndGlobalSnpDtctCfgScript, ndGlobalSnpAttaLogCfgScript};
     for (DBM_PROC_FN cb : callbacks) {

@@ -307,7 +307,7 @@ TEST_P(SectionScriptTest, HandlersReturnWhatTheCloseReturned)
 
 TEST_P(SectionScriptTest, ReadersIgnoreNullArguments)
 {
-    NdCliScriptCtx ctx = nd::scriptCtx(1, 0, 0, 0);
+    NdCliScriptCtx ctx = ndcli::scriptCtx(1, 0, 0, 0);
     Writer w;
     EXPECT_EQ(ndIfCfgScript(nullptr, &ctx), 0);
     EXPECT_EQ(ndIfCfgScript(w.handle(), nullptr), 0);
