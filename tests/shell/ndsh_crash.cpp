@@ -99,10 +99,8 @@ TEST(NdshCrash, SigkillOfShellOrServiceAtARandomPointLosesNothingAcknowledged)
         {
             Pty pty(state, {});
             ASSERT_TRUE(pty.expect("switch#"));
-            pty.send("configure terminal\r");
-            ASSERT_TRUE(pty.expect("switch(config)#"));
-            pty.send("nd snooping enable\r");
-            ASSERT_TRUE(pty.expect("switch(config)#"));
+            ASSERT_TRUE(pty.command("configure terminal", "switch(config)#"));
+            ASSERT_TRUE(pty.command("nd snooping enable", "switch(config)#"));
             acknowledged.push_back("\nnd snooping enable\n");
             for (int i = 0; i < kSteps; ++i) {
                 const Step &step = steps[static_cast<size_t>(i)];

@@ -31,14 +31,22 @@ void configure_vlans(Pty &pty, int first, int last, const std::string &inside = 
 {
     for (int v = first; v <= last; ++v) {
         std::string n = std::to_string(v);
-        pty.send("vlan " + n + "\r");
-        ASSERT_TRUE(pty.expect("switch(config-vlan" + n + ")#")) << pty.all();
+        ASSERT_TRUE(pty.command("vlan " + n, "switch(config-vlan" + n + ")#")) << pty.all();
         if (!inside.empty()) {
-            pty.send(inside + "\r");
-            ASSERT_TRUE(pty.expect("switch(config-vlan" + n + ")#")) << pty.all();
+            ASSERT_TRUE(pty.command(inside, "switch(config-vlan" + n + ")#")) << pty.all();
         }
-        pty.send("exit\r");
-        ASSERT_TRUE(pty.expect("switch(config)#")) << pty.all();
+        ASSERT_TRUE(pty.command("exit", "switch(config)#")) << pty.all();
+    }
+}
+
+// The shell on a terminal, in global configuration mode; with `globalSnooping`, ND snooping
+// switched on there.
+void start_configuring(Pty &pty, bool globalSnooping = false)
+{
+    ASSERT_TRUE(pty.expect("switch#"));
+    ASSERT_TRUE(pty.command("configure terminal", "switch(config)#"));
+    if (globalSnooping) {
+        ASSERT_TRUE(pty.command("nd snooping enable", "switch(config)#"));
     }
 }
 
@@ -93,9 +101,7 @@ TEST(NdshDurability, Kill9WhileConfiguringVlansLosesNoAcknowledgedVlan)
     StateDir state;
     {
         Pty pty(state, probe_args());
-        ASSERT_TRUE(pty.expect("switch#"));
-        pty.send("configure terminal\r");
-        ASSERT_TRUE(pty.expect("switch(config)#"));
+        start_configuring(pty);
         configure_vlans(pty, 2, 101);
     } // the shell is killed with SIGKILL here, without a chance to write anything at exit
     Result r = ndsh(state, probe_args({"-c", "show running-config | include ^vlan"}));
@@ -107,9 +113,7 @@ TEST(NdshDurability, TwoShellsOnOneStateDirectorySeeAndKeepEachOthersObjects)
 {
     StateDir state;
     Pty first(state, probe_args());
-    ASSERT_TRUE(first.expect("switch#"));
-    first.send("configure terminal\r");
-    ASSERT_TRUE(first.expect("switch(config)#"));
+    start_configuring(first);
     configure_vlans(first, 100, 104);
 
     Result second = ndsh(state, probe_args({"-c", "configure terminal; vlan 200; exit; vlan 201; exit; "
@@ -117,16 +121,13 @@ TEST(NdshDurability, TwoShellsOnOneStateDirectorySeeAndKeepEachOthersObjects)
     EXPECT_EQ(second.status, 0) << second.out << second.err;
 
     // The first shell sees what the second stored, and removes one of its own objects.
-    first.send("do show running-config | include ^(vlan|interface)\r");
-    ASSERT_TRUE(first.expect("switch(config)#"));
+    ASSERT_TRUE(first.command("do show running-config | include ^(vlan|interface)", "switch(config)#"));
     EXPECT_EQ(first.since_mark(), "");
     std::string shown = first.all();
     for (const char *line : {"vlan 100", "vlan 104", "vlan 200", "vlan 201", "interface loopback 7"})
         EXPECT_NE(shown.find(std::string("\r\n") + line + "\r\n"), std::string::npos) << line << "\n" << shown;
-    first.send("no vlan 100\r");
-    ASSERT_TRUE(first.expect("switch(config)#"));
-    first.send("end\r");
-    ASSERT_TRUE(first.expect("switch#"));
+    ASSERT_TRUE(first.command("no vlan 100", "switch(config)#"));
+    ASSERT_TRUE(first.command("end", "switch#"));
     first.send("exit\r");
     EXPECT_EQ(first.wait_exit(), 0);
 
@@ -177,9 +178,7 @@ TEST(NdshDurability, DiskFillingUpDuringASessionRefusesOnlyTheCommandsThatCannot
     StateDir unused; // the shell's environment names it; --state takes precedence
     {
         Pty pty(unused, probe_args({"--state", state}));
-        ASSERT_TRUE(pty.expect("switch#"));
-        pty.send("configure terminal\r");
-        ASSERT_TRUE(pty.expect("switch(config)#"));
+        start_configuring(pty);
         configure_vlans(pty, 2, 3);
         disk.fill();
         pty.send("vlan 300\r");
@@ -230,11 +229,7 @@ TEST(NdshDurability, Kill9KeepsTheVlansWhoseSnoopingTheServiceStored)
     StateDir state;
     {
         Pty pty(state, {});
-        ASSERT_TRUE(pty.expect("switch#"));
-        pty.send("configure terminal\r");
-        ASSERT_TRUE(pty.expect("switch(config)#"));
-        pty.send("nd snooping enable\r");
-        ASSERT_TRUE(pty.expect("switch(config)#"));
+        start_configuring(pty, true);
         configure_vlans(pty, 500, 519, "nd snooping enable");
     }
     Result r = ndsh(state, {"-c", "show running-config | include ^vlan 5| nd snooping"});

@@ -51,6 +51,12 @@ public:
     // Reads until `text` appears in what came since the last expect; false after the timeout.
     bool expect(const std::string &text, int timeoutMs = 5000);
     void send(const std::string &keys);
+    // Types a line and waits for the prompt that follows it; false after the timeout.
+    bool command(const std::string &line, const std::string &prompt)
+    {
+        send(line + "\r");
+        return expect(prompt);
+    }
     // Everything read so far, and what came since the last expect matched.
     const std::string &all() const { return all_; }
     std::string since_mark() const { return all_.substr(mark_); }
