@@ -122,6 +122,10 @@ public:
     int32_t more_break();
     int32_t more_format();
     bool quit() const;
+    // ^C while a command runs (async-signal-safe): what it prints from then on is dropped and
+    // the pager's break call answers 1. Cleared when the next command begins.
+    static void interrupt();
+    static void clear_interrupt();
     // GetConsoleRsp: the question on the terminal, the operator's (or the option's) answer.
     int32_t console(const char *question);
 

@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
@@ -34,6 +35,10 @@ constexpr int kDefaultHeight = 24;
 constexpr int kContextLines = 2; // "include context": two lines before and after a match
 constexpr const char *kMorePrompt = "--More--";
 constexpr const char *kMoreErase = "\r        \r";
+constexpr int kInterruptKey = 3; // ^C
+
+// Set by SIGINT (^C while a command runs); the command's output stops from then on.
+volatile sig_atomic_t gInterrupted = 0;
 
 constexpr size_t kReadChunk = 64 << 10;
 
@@ -148,7 +153,8 @@ int read_key(int fd)
     bool restore = tcgetattr(fd, &saved) == 0;
     if (restore) {
         termios raw = saved;
-        raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
+        // ^C arrives as a key here (the pager quits on it), not as a signal.
+        raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO | ISIG));
         raw.c_cc[VMIN] = 1;
         raw.c_cc[VTIME] = 0;
         tcsetattr(fd, TCSANOW, &raw);
@@ -385,6 +391,7 @@ bool Output::begin(const Modifier &modifier, std::string &error)
         return true;
     }
     modifier_ = modifier;
+    gInterrupted = 0;
     quit_ = false;
     begun_ = false;
     pending_.clear();
@@ -643,6 +650,8 @@ void Output::filter_line(std::string_view text)
 
 void Output::emit(std::string_view text)
 {
+    if (gInterrupted)
+        quit_ = true;
     if (quit_ || text.empty())
         return;
     if (paging_)
@@ -680,25 +689,29 @@ void Output::page(std::string_view text)
 bool Output::more_prompt()
 {
     write_all(term(), kMorePrompt);
-    int key = read_key(0);
-    write_all(term(), kMoreErase);
     int limit = length() - 1;
-    switch (key) {
-    case ' ':
-        linesShown_ = 0;
-        return true;
-    case '\r':
-    case '\n':
-        linesShown_ = limit > 1 ? limit - 1 : 0;
-        return true;
-    case 'q':
-    case 'Q':
-    case 3:  // ^C
-    case -1: // the terminal went away
-        return false;
-    default:
-        linesShown_ = 0;
-        return true;
+    // Only these keys act; any other is ignored and the prompt keeps waiting.
+    for (;;) {
+        int key = read_key(0);
+        switch (key) {
+        case ' ':
+            write_all(term(), kMoreErase);
+            linesShown_ = 0;
+            return true;
+        case '\r':
+        case '\n':
+            write_all(term(), kMoreErase);
+            linesShown_ = limit > 1 ? limit - 1 : 0;
+            return true;
+        case 'q':
+        case 'Q':
+        case kInterruptKey:
+        case -1: // the terminal went away
+            write_all(term(), kMoreErase);
+            return false;
+        default:
+            break;
+        }
     }
 }
 
@@ -710,7 +723,21 @@ void Output::orient()
 int32_t Output::more_break()
 {
     sync();
+    if (gInterrupted) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        quit_ = true;
+    }
     return quit() ? 1 : 0;
+}
+
+void Output::interrupt()
+{
+    gInterrupted = 1;
+}
+
+void Output::clear_interrupt()
+{
+    gInterrupted = 0;
 }
 
 int32_t Output::more_format()

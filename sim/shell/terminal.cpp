@@ -57,6 +57,22 @@ unsigned char on_tab(EditLine *el, int)
     return CC_REFRESH_BEEP;
 }
 
+// ^C at the prompt: the line typed so far is dropped and a fresh prompt is shown.
+unsigned char on_interrupt(EditLine *el, int)
+{
+    const LineInfo *li = el_line(el);
+    el_cursor(el, static_cast<int>(li->lastchar - li->cursor));
+    el_deletestr(el, static_cast<int>(li->lastchar - li->buffer));
+    Output::instance().write_terminal("^C\n");
+    return CC_REDISPLAY;
+}
+
+// ^C while a command runs (the terminal sends SIGINT then): the command's output stops.
+void on_sigint(int)
+{
+    Output::interrupt();
+}
+
 } // namespace
 
 std::string format_help(const ndplat::Completion &completion)
@@ -76,8 +92,13 @@ std::string format_help(const ndplat::Completion &completion)
 
 int run_terminal()
 {
-    // ^C must not end the switch's shell; the operator leaves with exit or ^D.
-    signal(SIGINT, SIG_IGN);
+    // ^C never ends the switch's shell (the operator leaves with exit or ^D): while a command
+    // runs it stops the command's output, at the prompt it drops the line.
+    struct sigaction sa {};
+    sa.sa_handler = on_sigint;
+    sa.sa_flags = SA_RESTART;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
     EditLine *el = el_init("ndsh", stdin, stdout, stderr);
     History *hist = history_init();
     HistEvent event;
@@ -89,6 +110,10 @@ int run_terminal()
     el_set(el, EL_ADDFN, "ndsh-help", "Show the possible words", on_help);
     el_set(el, EL_BIND, "^I", "ndsh-complete", nullptr);
     el_set(el, EL_BIND, "?", "ndsh-help", nullptr);
+    // While a line is edited, ^C is a key of the editor rather than a signal.
+    el_set(el, EL_SETTY, "-d", "-isig", nullptr);
+    el_set(el, EL_ADDFN, "ndsh-interrupt", "Drop the line", on_interrupt);
+    el_set(el, EL_BIND, "^C", "ndsh-interrupt", nullptr);
 
     Session &session = Session::instance();
     Output &out = Output::instance();

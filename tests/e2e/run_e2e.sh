@@ -27,7 +27,10 @@ rm -rf "$work"
 mkdir -p "$work"
 # Unix socket paths are short: the state directory lives under /tmp.
 state=$(mktemp -d /tmp/nde2e.XXXXXX)
-trap 'rm -rf "$state"' EXIT
+# The service outlives the shells that used it: stopped here on every way out, with the ndsvc
+# the test began with (a "service-exe" block may name one that does not exist).
+ndsvc=${NDSIM_NDSVC:-$(dirname "$ndsh")/../service/ndsvc}
+trap '"$ndsvc" --stop --state "$state" >/dev/null 2>&1; rm -rf "$state"' EXIT
 export NDSIM_STATE=$state
 unset NDSIM_NDSVC_ARGS
 actual=$work/actual.out

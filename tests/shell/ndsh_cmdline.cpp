@@ -2,6 +2,8 @@
 // commands arrive (-c, -f, a pipe), start-up and the debugging options.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "ndsh_support.h"
@@ -230,9 +232,51 @@ TEST(NdshCommandLine, AFailedStartUpIsReportedWithItsCodeAndText)
                         "% Unknown command.\n");
     Result probe = ndsh(state, probe_args({"-c", "probe"}), "", {"PROBE_INIT_RESULT=1"});
     EXPECT_EQ(probe.out.rfind("% ND start-up failed with code 1: probe error one\n", 0), 0u) << probe.out;
+}
+
+// A shell without its plug-in has nothing to offer: it says why and ends before it starts.
+TEST(NdshCommandLine, APlugInThatCannotBeLoadedEndsTheShellWithItsPathAndTheLoadersReason)
+{
+    StateDir state;
     Result missing = ndsh(state, {"--no-service", "--plugin", "/nonexistent/libnd-cli.so", "-c", "show ?"});
-    EXPECT_EQ(missing.out.rfind("% Cannot load the ND plug-in: /nonexistent/libnd-cli.so", 0), 0u) << missing.out;
-    EXPECT_NE(missing.out.find("  running-config  Current operating configuration\n"), std::string::npos);
+    EXPECT_EQ(missing.status, 3);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.err, "ndsh: cannot load the ND plug-in /nonexistent/libnd-cli.so: /nonexistent/libnd-cli.so: "
+                           "cannot open shared object file: No such file or directory\n");
+    EXPECT_NE(access(state.file("ndsh.booted").c_str(), F_OK), 0) << "nothing started";
+}
+
+TEST(NdshCommandLine, UsageErrorsNameTheOptionAndHelpGoesToStandardOutput)
+{
+    StateDir state;
+    Result unknown = ndsh(state, probe_args({"--colour", "-c", "probe"}));
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.out, "");
+    EXPECT_EQ(unknown.err.rfind("ndsh: unknown option --colour\nusage: ndsh [options]\n", 0), 0u) << unknown.err;
+
+    Result noValue = ndsh(state, probe_args({"--state"}));
+    EXPECT_EQ(noValue.status, 2);
+    EXPECT_EQ(noValue.err.rfind("ndsh: option --state needs a value\n", 0), 0u) << noValue.err;
+
+    for (const char *bad : {"SHELL_GetEnv", "SHELL_GetEnv=", "=1", "SHELL_GetEnv=abc", "SHELL_GetEnv=1x0"}) {
+        Result fault = ndsh(state, probe_args({"--fault", bad, "-c", "probe"}));
+        EXPECT_EQ(fault.status, 2) << bad;
+        EXPECT_EQ(fault.out, "") << bad;
+        EXPECT_EQ(fault.err.rfind(std::string("ndsh: bad --fault ") + bad +
+                                      " (expected FUNC=VALUE or FUNC=VALUExN)\nusage: ndsh",
+                                  0),
+                  0u)
+            << fault.err;
+    }
+
+    Result help = ndsh(state, {"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    EXPECT_EQ(help.out.rfind("usage: ndsh [options]\n", 0), 0u);
+    EXPECT_NE(help.out.find("  --plugin PATH"), std::string::npos);
+    Result late = ndsh(state, {"--no-service", "--help"});
+    EXPECT_EQ(late.status, 0);
+    EXPECT_EQ(late.out, help.out);
 }
 
 TEST(NdshCommandLine, EveryRegisteredCommandCanBeCompletedAndMatched)

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <unistd.h>
+
 #include "nd_platform.h"
 
 namespace {
@@ -42,9 +44,14 @@ int32_t probe(int32_t argc, char **argv)
 int32_t lines(int32_t argc, char **argv)
 {
     int n = argc > 1 ? atoi(argv[1]) : 0;
+    // A slow listing (microseconds per line), for an operator who interrupts it.
+    const char *delay = getenv("PROBE_LINE_DELAY_US");
+    useconds_t pause = delay ? static_cast<useconds_t>(atol(delay)) : 0;
     SHELL_MoreOrientOutput();
     int i = 1;
     for (; i <= n; ++i) {
+        if (pause)
+            usleep(pause);
         printf("\nline %d", i);
         if (SHELL_MoreBreakOutput() != 0)
             break;
