@@ -15,6 +15,7 @@
 #                          folder of the test file)
 #   #! service-exe PATH    the ndsvc that DCM_Start runs from now on (a missing one: no service)
 #   #! note TEXT           copied into the transcript, to mark the steps
+#   #! service-log         copies what the service wrote to its log so far into the transcript
 # Set ND_E2E_UPDATE=1 to write the actual transcript over the expected one.
 set -u
 ndsh=$1
@@ -84,6 +85,10 @@ while IFS= read -r line || [ -n "$line" ]; do
       service-args) export NDSIM_NDSVC_ARGS=${args//\{src\}/$src} ;;
       service-exe) export NDSIM_NDSVC=${args//\{src\}/$src} ;;
       note) printf '\n=== %s ===\n' "$args" >>"$actual" ;;
+      service-log)
+        printf '[ndsvc.log]\n' >>"$actual"
+        [ -f "$state/ndsvc.log" ] && cat "$state/ndsvc.log" >>"$actual" && : >"$state/ndsvc.log"
+        ;;
       *) echo "unknown action: $line" >&2; exit 2 ;;
     esac
   elif [ -n "$block" ]; then
