@@ -570,7 +570,9 @@ int32_t cmd_interface(int32_t argc, char **argv)
             c.kind = Kind::Loopback;
             c.stored = {Inventory::Kind::Loopback, number};
         } else {
-            c.mode = CliMode::MIF;
+            // The management interface takes every interface setting, as a VLAN interface
+            // does: what the running configuration writes under it is accepted on replay.
+            c.mode = CliMode::IF;
             c.kind = Kind::Mgmt;
             c.stored = {Inventory::Kind::Mgmt, 0};
         }
