@@ -99,11 +99,12 @@ bool validIpv4(std::string_view s)
     return inet_pton(AF_INET, text.c_str(), buf) == 1;
 }
 
+// A prefix with its length, or a plain address (a host prefix: the handler takes it as /128).
 bool validIpv6Prefix(std::string_view s)
 {
     size_t slash = s.rfind('/');
     if (slash == std::string_view::npos)
-        return false;
+        return validIpv6(s);
     std::string_view len = s.substr(slash + 1);
     if (!allDigits(len) || len.size() > 3)
         return false;

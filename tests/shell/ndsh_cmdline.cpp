@@ -294,3 +294,19 @@ TEST(NdshCommandLine, DebugHooksAreCalledWithTheirCodes)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "\nprobe debug code 3\n\nprobe debug code 1\n\nprobe debug code 2\n");
 }
+
+// A prefix typed without its length is a host prefix: the command is accepted and the handler
+// sends the address with its length.
+TEST(NdshCommandLine, APrefixWithoutItsLengthIsAccepted)
+{
+    StateDir state;
+    Result r = ndsh(state, {"--no-service", "--trace", "-c", "clear nd snooping prefix 2001:db8::1"});
+    EXPECT_EQ(r.out.find("Unknown command"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("[trace] CMF_ClientParamEncode(ptr, 4, 16, ptr)\n[trace] CMF_ClientParamEncode(ptr, 5, 1, ptr)\n"
+                         "[trace] CMF_ClientRequestSend(ptr)\n"),
+              std::string::npos)
+        << r.err;
+    Result bad = ndsh(state, {"--no-service", "-c", "clear nd snooping prefix 2001:db8:::1"});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.out.find("% Unknown command."), std::string::npos) << bad.out;
+}
