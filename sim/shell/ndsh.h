@@ -169,6 +169,8 @@ private:
     std::string partial_; // the start of a line not yet complete
     std::vector<std::string> before_; // include context: the lines before a match
     int afterLeft_ = 0;
+    long lineNo_ = 0;    // include context: lines seen so far
+    long lastShown_ = 0; // and the number of the last one shown (0: none yet)
     RedirectFile redirect_;
 
     int term() const { return termFd_ ? termFd_.get() : 1; }

@@ -398,6 +398,8 @@ bool Output::begin(const Modifier &modifier, std::string &error)
     partial_.clear();
     before_.clear();
     afterLeft_ = 0;
+    lineNo_ = 0;
+    lastShown_ = 0;
     linesShown_ = 0;
     switch (modifier.kind) {
     case Modifier::Kind::Begin:
@@ -627,14 +629,21 @@ void Output::filter_line(std::string_view text)
             emit(text);
         break;
     case Modifier::Kind::IncludeContext:
+        ++lineNo_;
         if (match) {
+            // Groups that do not touch are told apart by a "--" line, as grep -C does.
+            long first = lineNo_ - static_cast<long>(before_.size());
+            if (lastShown_ > 0 && first > lastShown_ + 1)
+                emit("--\n");
             for (const std::string &b : before_)
                 emit(b);
             before_.clear();
             emit(text);
+            lastShown_ = lineNo_;
             afterLeft_ = kContextLines;
         } else if (afterLeft_ > 0) {
             emit(text);
+            lastShown_ = lineNo_;
             --afterLeft_;
         } else {
             before_.emplace_back(text);
