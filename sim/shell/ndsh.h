@@ -46,7 +46,7 @@ struct Options {
 // ---- output path ---------------------------------------------------------------------------------
 // The output modifier at the end of a command ("| include x" and the others).
 struct Modifier {
-    enum class Kind { None, Begin, Include, IncludeContext, Exclude, Redirect };
+    enum class Kind { None, Begin, Include, IncludeContext, Exclude, Section, Count, Redirect };
     Kind kind = Kind::None;
     std::string pattern; // regular expression, or the file of a redirect
 };
@@ -171,6 +171,10 @@ private:
     int afterLeft_ = 0;
     long lineNo_ = 0;    // include context: lines seen so far
     long lastShown_ = 0; // and the number of the last one shown (0: none yet)
+    long counted_ = 0;   // count: the lines counted so far
+    std::string section_; // section: the section read so far
+    bool sectionMatch_ = false;
+    void flush_section();
     RedirectFile redirect_;
 
     int term() const { return termFd_ ? termFd_.get() : 1; }

@@ -221,6 +221,12 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
     } else if (what == "exclude") {
         modifier.kind = Modifier::Kind::Exclude;
         modifier.pattern = join_words(argv, bar + 2);
+    } else if (what == "section") {
+        modifier.kind = Modifier::Kind::Section;
+        modifier.pattern = join_words(argv, bar + 2);
+    } else if (what == "count") {
+        modifier.kind = Modifier::Kind::Count;
+        modifier.pattern = join_words(argv, bar + 2);
     } else if (what == "redirect") {
         if (bar + 3 < argv.size() && argv[bar + 2] == "file") {
             modifier.kind = Modifier::Kind::Redirect;
@@ -400,12 +406,20 @@ bool Output::begin(const Modifier &modifier, std::string &error)
     afterLeft_ = 0;
     lineNo_ = 0;
     lastShown_ = 0;
+    counted_ = 0;
+    section_.clear();
+    sectionMatch_ = false;
     linesShown_ = 0;
     switch (modifier.kind) {
+    case Modifier::Kind::Count:
+        if (modifier.pattern.empty())
+            break; // every line counts
+        [[fallthrough]];
     case Modifier::Kind::Begin:
     case Modifier::Kind::Include:
     case Modifier::Kind::IncludeContext:
     case Modifier::Kind::Exclude:
+    case Modifier::Kind::Section:
         pattern_ = compile_pattern(modifier.pattern, error);
         if (!pattern_)
             return false;
@@ -554,6 +568,10 @@ bool Output::end()
     {
         std::lock_guard<std::mutex> hold(mutex_);
         filter("", true);
+        if (modifier_.kind == Modifier::Kind::Section)
+            flush_section();
+        else if (modifier_.kind == Modifier::Kind::Count)
+            emit("Number of lines: " + std::to_string(counted_) + "\n");
     }
     pattern_.reset();
     std::string error;
@@ -628,6 +646,19 @@ void Output::filter_line(std::string_view text)
         if (!match)
             emit(text);
         break;
+    case Modifier::Kind::Count:
+        // Without a pattern, every line that is not empty.
+        if (pattern_ ? match : !line.empty())
+            ++counted_;
+        break;
+    case Modifier::Kind::Section:
+        // A section is a line that does not start with a blank and the indented lines under
+        // it; it is shown whole when any of its lines matches.
+        if (line.empty() || (line[0] != ' ' && line[0] != '\t'))
+            flush_section();
+        section_.append(text);
+        sectionMatch_ = sectionMatch_ || match;
+        break;
     case Modifier::Kind::IncludeContext:
         ++lineNo_;
         if (match) {
@@ -655,6 +686,14 @@ void Output::filter_line(std::string_view text)
         emit(text);
         break;
     }
+}
+
+void Output::flush_section()
+{
+    if (sectionMatch_)
+        emit(section_);
+    section_.clear();
+    sectionMatch_ = false;
 }
 
 void Output::emit(std::string_view text)

@@ -804,6 +804,9 @@ std::string modifiers()
            "include(EN,0,'Include lines that match'){context(EN,0,'Include two line before and after the match line')"
            "{_LINE_(EN,0,'Regular Expression')},_LINE_(EN,0,'Regular Expression')},"
            "exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular Expression')},"
+           "section(EN,0,'Sections that have a line that matches'){_LINE_(EN,0,'Regular Expression')},"
+           "count(EN,0,'Count the lines'){_CR_(EN,0,''),_LINE_(EN,0,'Regular Expression: count only lines that "
+           "match')},"
            "redirect(EN,0,'Redirect output to other resource'){file(EN,0,'Output to file')"
            "{_WORD_(EN,0,'Destination file name,such as \"/flash/test\"')}}}";
 }
