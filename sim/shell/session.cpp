@@ -280,6 +280,15 @@ bool Session::help(std::string_view partial) const
         Output::instance().write_terminal(text);
         return false;
     }
+    if (c.candidates.empty()) {
+        // Nothing visible goes on from these words (or from the word being typed): say so
+        // rather than print nothing.
+        size_t column = c.prefix.empty() ? partial.size() : c.prefixColumn;
+        std::string text = std::string(prompt().size() + column, ' ') + "^\n" +
+                           ndplat::match_message(ndplat::MatchStatus::Unknown) + "\n";
+        Output::instance().write_terminal(text);
+        return false;
+    }
     Output::instance().write_terminal(format_help(c));
     return true;
 }

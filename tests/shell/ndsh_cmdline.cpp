@@ -58,7 +58,9 @@ TEST(NdshCommandLine, HiddenCommandsAreAcceptedButNeverOffered)
     Result help = ndsh(state, probe_args({"-c", "s?; secret ?"}));
     EXPECT_EQ(help.out, "switch#s?\n"
                         "  show  Show running system information\n"
-                        "switch#secret ?\n");
+                        "switch#secret ?\n"
+                        "              ^\n"
+                        "% Unknown command.\n");
     Result run = ndsh(state, probe_args({"-c", "secret word"}));
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "\nargv: [secret] [word]\nif=(none) vlan=0 supervlan=0 vxlan=0 ports=(none) interactive=1\n");
@@ -309,4 +311,32 @@ TEST(NdshCommandLine, APrefixWithoutItsLengthIsAccepted)
     Result bad = ndsh(state, {"--no-service", "-c", "clear nd snooping prefix 2001:db8:::1"});
     EXPECT_EQ(bad.status, 1);
     EXPECT_NE(bad.out.find("% Unknown command."), std::string::npos) << bad.out;
+}
+
+// `?` lists a word only when something visible can follow it, and after a word always prints
+// something: the candidates, <cr>, or why nothing follows.
+TEST(NdshCommandLine, HelpNeverDeadEnds)
+{
+    StateDir state;
+    Result top = ndsh(state, {"--no-service", "-c", "?"});
+    EXPECT_NE(top.out.find("\n  configure "), std::string::npos) << top.out;
+    EXPECT_EQ(top.out.find("\n  nd"), std::string::npos) << top.out;
+    Result r = ndsh(state, {"--no-service", "-c", "show ?"});
+    EXPECT_EQ(r.out.find("  diagnose"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  nd              Neighbor discovery\n"), std::string::npos) << r.out;
+    Result dead = ndsh(state, {"--no-service", "-c", "nd ?; no nd ?; show diagnose ?; show zz?"});
+    EXPECT_EQ(dead.out, "switch#nd ?\n"
+                        "          ^\n"
+                        "% Unknown command.\n"
+                        "switch#no nd ?\n"
+                        "             ^\n"
+                        "% Unknown command.\n"
+                        "switch#show diagnose ?\n"
+                        "                     ^\n"
+                        "% Unknown command.\n"
+                        "switch#show zz?\n"
+                        "            ^\n"
+                        "% Unknown command.\n");
+    Result end = ndsh(state, {"--no-service", "-c", "show nd proxy address ?"});
+    EXPECT_NE(end.out.find("  <cr>"), std::string::npos) << end.out;
 }
