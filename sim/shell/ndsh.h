@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -285,6 +286,10 @@ public:
     void request_reload() { reloadRequested_ = true; }
 
     double startup_ms() const { return startupMs_; }
+    long uptime_seconds() const;
+    // The lines typed so far (and those of earlier sessions at a terminal), oldest first.
+    const std::vector<std::string> &history() const { return history_; }
+    void history_add(const std::string &line) { history_.push_back(line); }
 
 private:
     bool run_matched(const ndplat::MatchResult &match);
@@ -306,6 +311,8 @@ private:
     bool replaying_ = false;
     bool reloadRequested_ = false;
     double startupMs_ = 0;
+    time_t started_ = 0;
+    std::vector<std::string> history_;
     std::vector<uint8_t> portmap_; // behind mpsh_get_env(19) while a port or aggregation is configured
 };
 
