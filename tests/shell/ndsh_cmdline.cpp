@@ -17,8 +17,10 @@ TEST(NdshCommandLine, HelpListsTheCandidatesWithTheirHelpTexts)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "switch#show ?\n"
                      "  debugging       Debugging switches\n"
+                     "  history         The commands typed so far\n"
                      "  running-config  Current operating configuration\n"
                      "  startup-config  Saved startup configuration\n"
+                     "  version         The switch, its ND plug-in and uptime\n"
                      "switch(config)#interface ?\n"
                      "  gigabitethernet   Gigabit Ethernet interface\n"
                      "  link-aggregation  Link-aggregation interface\n"
@@ -91,6 +93,7 @@ TEST(NdshCommandLine, ThePlugInsCommandsAreHelpedInTheirModesOnly)
                      "  do    Run a privileged-mode command\n"
                      "  end   Return to privileged mode\n"
                      "  exit  Exit from the current mode\n"
+                     "  help  Description of the interactive help system\n"
                      "  ipv6\n"
                      "  no    Negate a command or set its defaults\n");
 }
