@@ -149,3 +149,13 @@ TEST(NdshHabits, AShowTypedInAConfigurationModeRunsAsWithDo)
     EXPECT_NE(r.out.find("switch(config-vlan3)#show"), std::string::npos) << r.out;
     EXPECT_EQ(r.out.find('%'), std::string::npos) << r.out;
 }
+
+// When the mode registers the same words itself, its own command runs.
+TEST(NdshHabits, AShowThatTheModeRegistersRunsAsTheModeHasIt)
+{
+    StateDir state;
+    Result r = ndsh(state, probe_args({"-c", "show probe-show; configure terminal; show probe-show; vlan 3; show probe-show;"
+                                             "do show probe-show"}));
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "\nthe privileged show\n\nthe privileged show\n\nthe VLAN mode's own show\n\nthe privileged show\n");
+}
