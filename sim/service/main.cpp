@@ -241,8 +241,10 @@ int run(int argc, char **argv)
             limits.maxConnections = static_cast<uint32_t>(n);
         else if (arg == "--idle-timeout-ms" && hasValue && positive(argv[i + 1], n) && ++i)
             limits.idleMs = static_cast<uint32_t>(n);
-        else
+        else {
+            fprintf(stderr, "ndsvc: unknown option, or one without its value: %s\n", arg.c_str());
             return usage();
+        }
     }
     if (stop)
         return stopService(stateDir);
