@@ -269,8 +269,21 @@ void Session::report(const std::string &line, size_t column, const char *message
 ndplat::Completion Session::complete(std::string_view partial) const
 {
     size_t offset = do_offset(partial, context_.mode);
-    if (offset == 0)
-        return ndplat::complete_line(context_.mode, partial);
+    if (offset == 0) {
+        ndplat::Completion own = ndplat::complete_line(context_.mode, partial);
+        if (context_.mode == CliMode::EN || (own.status == ndplat::MatchStatus::Ok && !own.candidates.empty()))
+            return own;
+        // A show that the mode does not have runs as in privileged mode: helped as there.
+        size_t start = partial.find_first_not_of(' ');
+        size_t end = start == std::string_view::npos ? start : partial.find(' ', start);
+        if (end == std::string_view::npos)
+            return own;
+        std::string_view first = partial.substr(start, end - start);
+        if (first.size() < 2 || std::string_view("show").substr(0, first.size()) != first)
+            return own;
+        ndplat::Completion privileged = ndplat::complete_line(CliMode::EN, partial);
+        return privileged.status == ndplat::MatchStatus::Ok && !privileged.candidates.empty() ? privileged : own;
+    }
     ndplat::Completion c = ndplat::complete_line(CliMode::EN, partial.substr(offset));
     c.column += offset;
     c.prefixColumn += offset;

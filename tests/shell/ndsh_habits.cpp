@@ -159,3 +159,16 @@ TEST(NdshHabits, AShowThatTheModeRegistersRunsAsTheModeHasIt)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "\nthe privileged show\n\nthe privileged show\n\nthe VLAN mode's own show\n\nthe privileged show\n");
 }
+
+// `?` after such a show helps as in privileged mode.
+TEST(NdshHabits, AShowInAConfigurationModeIsHelpedAsInPrivilegedMode)
+{
+    StateDir state;
+    Result r = ndsh(state, probe_args({"-c", "configure terminal; vlan 3; show run?; sh running-config ?"}));
+    EXPECT_EQ(r.out, "switch(config-vlan3)#show run?\n"
+                     "  running-config  Current operating configuration\n"
+                     "switch(config-vlan3)#sh running-config ?\n"
+                     "  |     Output modifiers\n"
+                     "  <cr>\n")
+        << r.out;
+}

@@ -204,8 +204,8 @@ uint32_t probe_init()
                          "'Output modifiers'){include(EN,0,'Include lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')}}}}");
-    SHELL_CmdRegByModule(0, 1, show_vlan_own, "show(VLAN,0,'Show'){probe-show(VLAN,0,'The mode has its own')}");
-    SHELL_CmdRegByModule(0, 1, show_privileged, "show(EN,0,'Show'){probe-show(EN,0,'The privileged one')}");
+    SHELL_CmdRegByModule(0, 1, show_vlan_own, "show(VLAN,0,'Show'){probe-show(VLAN,0,HIDE,'The mode has its own')}");
+    SHELL_CmdRegByModule(0, 1, show_privileged, "show(EN,0,'Show'){probe-show(EN,0,HIDE,'The privileged one')}");
     SHELL_CmdRegByModule(0, 1, peak_memory, "peak-memory(EN,0,'Report the largest resident set so far')");
     SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
     SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
