@@ -99,11 +99,12 @@ bool validIpv4(std::string_view s)
     return inet_pton(AF_INET, text.c_str(), buf) == 1;
 }
 
+// A prefix with its length, or a plain address (a host prefix: the handler takes it as /128).
 bool validIpv6Prefix(std::string_view s)
 {
     size_t slash = s.rfind('/');
     if (slash == std::string_view::npos)
-        return false;
+        return validIpv6(s);
     std::string_view len = s.substr(slash + 1);
     if (!allDigits(len) || len.size() > 3)
         return false;
@@ -765,6 +766,26 @@ MatchResult CommandTree::match(CliMode cliMode, std::string_view line) const
     return r;
 }
 
+namespace {
+
+// Whether something visible can be typed after `node` in the mode: its visible end, or a
+// visible child from which it goes on so. Keeps `?` from offering a word that leads only to
+// hidden commands.
+bool leadsVisible(const TNode &node, size_t mode, int depth = 0)
+{
+    const ModeInfo &info = node.modes[mode];
+    if (info.ends && info.endVisible)
+        return true;
+    if (node.token.kind == TokenKind::Line || depth > 64)
+        return false;
+    for (const auto &c : node.children)
+        if (c->modes[mode].present && c->modes[mode].visible && leadsVisible(*c, mode, depth + 1))
+            return true;
+    return false;
+}
+
+} // namespace
+
 Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
 {
     Completion r;
@@ -814,7 +835,7 @@ Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
     std::vector<Candidate> keywords, params;
     for (const auto &c : node->children) {
         const ModeInfo &info = c->modes[mode];
-        if (!info.present || !info.visible)
+        if (!info.present || !info.visible || !leadsVisible(*c, mode))
             continue;
         if (c->token.kind == TokenKind::Keyword) {
             if (startsWithNoCase(c->token.word, r.prefix))

@@ -82,6 +82,8 @@ std::string service_socket_path(const std::string &stateDir);
 std::string service_pid_path(const std::string &stateDir);
 // Held (flock) by the one ndsvc of a state directory for as long as it runs; holds its pid.
 std::string service_lock_path(const std::string &stateDir);
+// Where a started ndsvc writes its messages (standard error), appended to, owner-only.
+std::string service_log_path(const std::string &stateDir);
 uint32_t cmf_unit_ms(); // $NDSIM_CMF_UNIT_MS, else 1000
 
 // ---- client side ---------------------------------------------------------------------------

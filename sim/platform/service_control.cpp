@@ -15,7 +15,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -315,6 +314,11 @@ void nd_library_flush()
     f.idle.wait_for(lock, std::chrono::seconds(60), [&] { return f.queue.empty() && !f.sending; });
 }
 
+std::string service_log_path(const std::string &stateDir)
+{
+    return stateDir + "/ndsvc.log";
+}
+
 std::string service_executable()
 {
     const char *path = getenv("NDSIM_NDSVC");
@@ -409,29 +413,32 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
     for (std::string &a : args)
         argv.push_back(a.data());
     argv.push_back(nullptr);
-    const char *detachEnv = getenv("NDSIM_SERVICE_DETACH");
-    bool detach = detachEnv && *detachEnv && strcmp(detachEnv, "0") != 0;
-    pid_t parent = getpid();
 
+    std::string logPath = service_log_path(stateDir);
     pid_t pid = fork();
     if (pid < 0)
         return -1;
     if (pid == 0) {
-        // Unless asked to outlive the shell, the service ends with the process that started
-        // it, so that tests and sessions leave no service behind.
-        if (!detach) {
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent)
-                _exit(127);
-        } else {
-            setsid();
-        }
+        // The service is the switch's, not the shell's: a session of its own, so that no
+        // terminal signal (^C, ^Z, a hang-up) reaches it and no shell's exit ends it. It runs
+        // until `ndsvc --stop` (or a reload) stops it.
+        setsid();
+        // Nothing of the shell's: a pipe that the shell writes to would stay open for as long
+        // as the service runs. Its messages go to the state directory's log.
         int devnull = open("/dev/null", O_RDWR);
         if (devnull >= 0) {
             dup2(devnull, 0);
             dup2(devnull, 1);
             if (devnull > 2)
                 close(devnull);
+        }
+        int log = open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, kPrivateFileMode);
+        if (log >= 0) {
+            dup2(log, 2);
+            if (log > 2)
+                close(log);
+        } else {
+            dup2(0, 2);
         }
         execv(argv[0], argv.data());
         execvp(argv[0], argv.data());
@@ -479,8 +486,12 @@ bool service_stop(const std::string &stateDirIn, bool hard)
         return errno == ESRCH;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
-        if (processGone(static_cast<pid_t>(pid)))
+        // Gone once it let go of the lock: a service that another shell started stays that
+        // shell's zombie until it is reaped there, but it no longer holds anything.
+        if (processGone(static_cast<pid_t>(pid)) || service_lock_holder(stateDir) != pid) {
+            reapChildren();
             return true;
+        }
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return false;

@@ -3,6 +3,7 @@
 //
 //   ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]
 //         [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]
+//   ndsvc --stop [--state DIR]
 //
 // --die-after N makes the process end abruptly, without an answer, when the Nth request arrives
 // (tests of a service that dies in the middle of a listing). --user-bind-ceiling N makes the
@@ -57,11 +58,35 @@ void onSignal(int)
         server->stop();
 }
 
+constexpr const char *kUsage =
+    "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n"
+    "             [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]\n"
+    "       ndsvc --stop [--state DIR]\n"
+    "       ndsvc --help\n"
+    "Serves the ND requests of every shell on the state directory (default: $NDSIM_STATE, else\n"
+    "./ndsim-state) until it is stopped. --stop stops the service that holds DIR, if any.\n";
+
 int usage()
 {
-    fprintf(stderr, "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n"
-                    "             [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]\n");
+    fputs(kUsage, stderr);
     return 2;
+}
+
+// ndsvc --stop: signals the process that holds the state directory's lock (and that its pid
+// file names), and waits until it has ended.
+int stopService(const std::string &stateDir)
+{
+    long holder = ndplat::service_lock_holder(stateDir);
+    if (holder == 0) {
+        printf("ndsvc: no service runs on %s\n", stateDir.c_str());
+        return 0;
+    }
+    if (!ndplat::service_stop(stateDir)) {
+        fprintf(stderr, "ndsvc: the service on %s could not be stopped\n", stateDir.c_str());
+        return 1;
+    }
+    printf("ndsvc: stopped the service on %s (pid %ld)\n", stateDir.c_str(), holder);
+    return 0;
 }
 
 // A positive number option; false on anything else.
@@ -190,11 +215,17 @@ int run(int argc, char **argv)
     unsigned long dieAfter = 0;
     size_t ceiling = ndsvc::kStaticUserBindCeiling;
     ndplat::ServiceLimits limits = ndplat::service_limits_from_env();
+    bool stop = false;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
         unsigned long n = 0;
-        if (arg == "--state" && hasValue)
+        if (arg == "--help" || arg == "-h") {
+            fputs(kUsage, stdout);
+            return 0;
+        } else if (arg == "--stop")
+            stop = true;
+        else if (arg == "--state" && hasValue)
             stateDir = argv[++i];
         else if (arg == "--seed" && hasValue)
             seed = argv[++i];
@@ -210,9 +241,13 @@ int run(int argc, char **argv)
             limits.maxConnections = static_cast<uint32_t>(n);
         else if (arg == "--idle-timeout-ms" && hasValue && positive(argv[i + 1], n) && ++i)
             limits.idleMs = static_cast<uint32_t>(n);
-        else
+        else {
+            fprintf(stderr, "ndsvc: unknown option, or one without its value: %s\n", arg.c_str());
             return usage();
+        }
     }
+    if (stop)
+        return stopService(stateDir);
     if (!ndplat::service_state_dir_make(stateDir)) {
         fprintf(stderr, "ndsvc: cannot make state directory %s: %s\n", stateDir.c_str(), strerror(errno));
         return 1;

@@ -1,5 +1,6 @@
 // ndsh: the emulated switch's command shell. Loads the ND plug-in as the switch does and gives
 // the operator the switch's command line; see `ndsh --help`.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,9 +34,10 @@ constexpr const char *kUsage =
     "Without -c or -f, commands come from the terminal (line editing, TAB, ?) or from a pipe.\n"
     "Exit status without a terminal: 0 when every command was carried out; 1 when a command was\n"
     "rejected, or could not be carried out because the ND service was unreachable or busy;\n"
-    "2 for a usage error or a command file that cannot be read.\n";
+    "2 for a usage error or a command file that cannot be read; 3 when the plug-in cannot be loaded.\n";
 
 constexpr int kExitUsage = 2;
+constexpr int kExitPlugin = 3;
 constexpr off_t kMaxCommandFile = 64 << 20;
 
 std::vector<std::string> split_commands(const std::string &text)
@@ -98,13 +100,16 @@ bool read_command_file(const std::string &path, std::vector<std::string> &lines,
     return true;
 }
 
-bool parse(int argc, char **argv, ndsh::Options &o)
+// False with the reason (naming the option) on a usage error.
+bool parse(int argc, char **argv, ndsh::Options &o, std::string &why)
 {
     for (int i = 1; i < argc; ++i) {
         std::string a = argv[i];
         auto value = [&](std::string &into) {
-            if (i + 1 >= argc)
+            if (i + 1 >= argc) {
+                why = "option " + a + " needs a value";
                 return false;
+            }
             into = argv[++i];
             return true;
         };
@@ -126,6 +131,13 @@ bool parse(int argc, char **argv, ndsh::Options &o)
         } else if (a == "--fault") {
             if (!value(v))
                 return false;
+            // Checked here, applied once the shell has started.
+            bool good = ndplat::fault_parse(v);
+            ndplat::fault_clear();
+            if (!good) {
+                why = "bad --fault " + v + " (expected FUNC=VALUE or FUNC=VALUExN)";
+                return false;
+            }
             o.faults.push_back(v);
         } else if (a == "--trace") {
             o.trace = true;
@@ -142,6 +154,7 @@ bool parse(int argc, char **argv, ndsh::Options &o)
         } else if (a == "--bench-startup") {
             o.benchStartup = true;
         } else {
+            why = "unknown option " + a;
             return false;
         }
     }
@@ -235,13 +248,23 @@ int main(int argc, char **argv)
     ndplat::trace_record_set(false);
     ndsh::Options options;
     options.plugin = NDSH_DEFAULT_PLUGIN;
-    if (argc > 1 && (!strcmp(argv[1], "-h") || !strcmp(argv[1], "--help"))) {
-        fputs(kUsage, stdout);
-        return 0;
-    }
-    if (!parse(argc, argv, options)) {
+    for (int i = 1; i < argc; ++i)
+        if (!strcmp(argv[i], "-h") || !strcmp(argv[i], "--help")) {
+            fputs(kUsage, stdout);
+            return 0;
+        }
+    std::string why;
+    if (!parse(argc, argv, options, why)) {
+        fprintf(stderr, "ndsh: %s\n", why.c_str());
         fputs(kUsage, stderr);
         return kExitUsage;
+    }
+    // The plug-in is loaded before anything starts: a shell without it has nothing to offer.
+    // The handle stays open; the session's own load finds the same library.
+    if (!dlopen(options.plugin.c_str(), RTLD_NOW | RTLD_GLOBAL)) {
+        const char *error = dlerror();
+        fprintf(stderr, "ndsh: cannot load the ND plug-in %s: %s\n", options.plugin.c_str(), error ? error : "unknown error");
+        return kExitPlugin;
     }
     // The command file is read before anything starts, so that a wrong path changes nothing.
     std::vector<std::string> fileLines;

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <ctime>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -46,7 +47,7 @@ struct Options {
 // ---- output path ---------------------------------------------------------------------------------
 // The output modifier at the end of a command ("| include x" and the others).
 struct Modifier {
-    enum class Kind { None, Begin, Include, IncludeContext, Exclude, Redirect };
+    enum class Kind { None, Begin, Include, IncludeContext, Exclude, Section, Count, Redirect };
     Kind kind = Kind::None;
     std::string pattern; // regular expression, or the file of a redirect
 };
@@ -122,6 +123,10 @@ public:
     int32_t more_break();
     int32_t more_format();
     bool quit() const;
+    // ^C while a command runs (async-signal-safe): what it prints from then on is dropped and
+    // the pager's break call answers 1. Cleared when the next command begins.
+    static void interrupt();
+    static void clear_interrupt();
     // GetConsoleRsp: the question on the terminal, the operator's (or the option's) answer.
     int32_t console(const char *question);
 
@@ -165,6 +170,12 @@ private:
     std::string partial_; // the start of a line not yet complete
     std::vector<std::string> before_; // include context: the lines before a match
     int afterLeft_ = 0;
+    long lineNo_ = 0;    // include context: lines seen so far
+    long lastShown_ = 0; // and the number of the last one shown (0: none yet)
+    long counted_ = 0;   // count: the lines counted so far
+    std::string section_; // section: the section read so far
+    bool sectionMatch_ = false;
+    void flush_section();
     RedirectFile redirect_;
 
     int term() const { return termFd_ ? termFd_.get() : 1; }
@@ -275,6 +286,10 @@ public:
     void request_reload() { reloadRequested_ = true; }
 
     double startup_ms() const { return startupMs_; }
+    long uptime_seconds() const;
+    // The lines typed so far (and those of earlier sessions at a terminal), oldest first.
+    const std::vector<std::string> &history() const { return history_; }
+    void history_add(const std::string &line) { history_.push_back(line); }
 
 private:
     bool run_matched(const ndplat::MatchResult &match);
@@ -296,6 +311,8 @@ private:
     bool replaying_ = false;
     bool reloadRequested_ = false;
     double startupMs_ = 0;
+    time_t started_ = 0;
+    std::vector<std::string> history_;
     std::vector<uint8_t> portmap_; // behind mpsh_get_env(19) while a port or aggregation is configured
 };
 

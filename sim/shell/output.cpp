@@ -20,6 +20,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
@@ -34,6 +35,10 @@ constexpr int kDefaultHeight = 24;
 constexpr int kContextLines = 2; // "include context": two lines before and after a match
 constexpr const char *kMorePrompt = "--More--";
 constexpr const char *kMoreErase = "\r        \r";
+constexpr int kInterruptKey = 3; // ^C
+
+// Set by SIGINT (^C while a command runs); the command's output stops from then on.
+volatile sig_atomic_t gInterrupted = 0;
 
 constexpr size_t kReadChunk = 64 << 10;
 
@@ -148,7 +153,8 @@ int read_key(int fd)
     bool restore = tcgetattr(fd, &saved) == 0;
     if (restore) {
         termios raw = saved;
-        raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
+        // ^C arrives as a key here (the pager quits on it), not as a signal.
+        raw.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO | ISIG));
         raw.c_cc[VMIN] = 1;
         raw.c_cc[VTIME] = 0;
         tcsetattr(fd, TCSANOW, &raw);
@@ -214,6 +220,12 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
         }
     } else if (what == "exclude") {
         modifier.kind = Modifier::Kind::Exclude;
+        modifier.pattern = join_words(argv, bar + 2);
+    } else if (what == "section") {
+        modifier.kind = Modifier::Kind::Section;
+        modifier.pattern = join_words(argv, bar + 2);
+    } else if (what == "count") {
+        modifier.kind = Modifier::Kind::Count;
         modifier.pattern = join_words(argv, bar + 2);
     } else if (what == "redirect") {
         if (bar + 3 < argv.size() && argv[bar + 2] == "file") {
@@ -385,18 +397,29 @@ bool Output::begin(const Modifier &modifier, std::string &error)
         return true;
     }
     modifier_ = modifier;
+    gInterrupted = 0;
     quit_ = false;
     begun_ = false;
     pending_.clear();
     partial_.clear();
     before_.clear();
     afterLeft_ = 0;
+    lineNo_ = 0;
+    lastShown_ = 0;
+    counted_ = 0;
+    section_.clear();
+    sectionMatch_ = false;
     linesShown_ = 0;
     switch (modifier.kind) {
+    case Modifier::Kind::Count:
+        if (modifier.pattern.empty())
+            break; // every line counts
+        [[fallthrough]];
     case Modifier::Kind::Begin:
     case Modifier::Kind::Include:
     case Modifier::Kind::IncludeContext:
     case Modifier::Kind::Exclude:
+    case Modifier::Kind::Section:
         pattern_ = compile_pattern(modifier.pattern, error);
         if (!pattern_)
             return false;
@@ -545,6 +568,10 @@ bool Output::end()
     {
         std::lock_guard<std::mutex> hold(mutex_);
         filter("", true);
+        if (modifier_.kind == Modifier::Kind::Section)
+            flush_section();
+        else if (modifier_.kind == Modifier::Kind::Count)
+            emit("Number of lines: " + std::to_string(counted_) + "\n");
     }
     pattern_.reset();
     std::string error;
@@ -619,15 +646,35 @@ void Output::filter_line(std::string_view text)
         if (!match)
             emit(text);
         break;
+    case Modifier::Kind::Count:
+        // Without a pattern, every line that is not empty.
+        if (pattern_ ? match : !line.empty())
+            ++counted_;
+        break;
+    case Modifier::Kind::Section:
+        // A section is a line that does not start with a blank and the indented lines under
+        // it; it is shown whole when any of its lines matches.
+        if (line.empty() || (line[0] != ' ' && line[0] != '\t'))
+            flush_section();
+        section_.append(text);
+        sectionMatch_ = sectionMatch_ || match;
+        break;
     case Modifier::Kind::IncludeContext:
+        ++lineNo_;
         if (match) {
+            // Groups that do not touch are told apart by a "--" line, as grep -C does.
+            long first = lineNo_ - static_cast<long>(before_.size());
+            if (lastShown_ > 0 && first > lastShown_ + 1)
+                emit("--\n");
             for (const std::string &b : before_)
                 emit(b);
             before_.clear();
             emit(text);
+            lastShown_ = lineNo_;
             afterLeft_ = kContextLines;
         } else if (afterLeft_ > 0) {
             emit(text);
+            lastShown_ = lineNo_;
             --afterLeft_;
         } else {
             before_.emplace_back(text);
@@ -641,8 +688,18 @@ void Output::filter_line(std::string_view text)
     }
 }
 
+void Output::flush_section()
+{
+    if (sectionMatch_)
+        emit(section_);
+    section_.clear();
+    sectionMatch_ = false;
+}
+
 void Output::emit(std::string_view text)
 {
+    if (gInterrupted)
+        quit_ = true;
     if (quit_ || text.empty())
         return;
     if (paging_)
@@ -680,25 +737,29 @@ void Output::page(std::string_view text)
 bool Output::more_prompt()
 {
     write_all(term(), kMorePrompt);
-    int key = read_key(0);
-    write_all(term(), kMoreErase);
     int limit = length() - 1;
-    switch (key) {
-    case ' ':
-        linesShown_ = 0;
-        return true;
-    case '\r':
-    case '\n':
-        linesShown_ = limit > 1 ? limit - 1 : 0;
-        return true;
-    case 'q':
-    case 'Q':
-    case 3:  // ^C
-    case -1: // the terminal went away
-        return false;
-    default:
-        linesShown_ = 0;
-        return true;
+    // Only these keys act; any other is ignored and the prompt keeps waiting.
+    for (;;) {
+        int key = read_key(0);
+        switch (key) {
+        case ' ':
+            write_all(term(), kMoreErase);
+            linesShown_ = 0;
+            return true;
+        case '\r':
+        case '\n':
+            write_all(term(), kMoreErase);
+            linesShown_ = limit > 1 ? limit - 1 : 0;
+            return true;
+        case 'q':
+        case 'Q':
+        case kInterruptKey:
+        case -1: // the terminal went away
+            write_all(term(), kMoreErase);
+            return false;
+        default:
+            break;
+        }
     }
 }
 
@@ -710,7 +771,21 @@ void Output::orient()
 int32_t Output::more_break()
 {
     sync();
+    if (gInterrupted) {
+        std::lock_guard<std::mutex> hold(mutex_);
+        quit_ = true;
+    }
     return quit() ? 1 : 0;
+}
+
+void Output::interrupt()
+{
+    gInterrupted = 1;
+}
+
+void Output::clear_interrupt()
+{
+    gInterrupted = 0;
 }
 
 int32_t Output::more_format()

@@ -36,6 +36,8 @@ constexpr uint32_t kKindVxlan = 13;
 constexpr uint32_t kShellEvent = 23;
 constexpr uint32_t kRunningConfigEnd = 8;
 constexpr uint32_t kNoSession = 0xFFFFFFFFu;
+// The first line: a comment, so that a replay of the saved configuration passes over it.
+constexpr const char *kHeader = "! Current configuration";
 
 using SuperVlanHandler = int32_t (*)(int32_t fd, uintptr_t superVlanId);
 
@@ -73,6 +75,15 @@ public:
     }
 
     int fd() const { return fd_; }
+    void text(const std::string &t) { dprintf(fd_, "%s", t.c_str()); }
+    // The handlers of a kind without arguments, writing on another descriptor.
+    void run_into(int fd, uint32_t kind)
+    {
+        for (const ndplat::ScriptRegistration &r : scripts_)
+            if (r.mode == kind)
+                r.fn(fd, 0, 0, 0);
+    }
+    bool quit() const { return paged_ && SHELL_MoreBreakOutput() != 0; }
 
 private:
     int fd_;
@@ -84,8 +95,26 @@ void write_sections(Writer &w)
 {
     using Kind = Inventory::Kind;
     const Inventory &inv = Session::instance().inventory();
+    w.line(kHeader);
     w.line("!");
-    if (!w.section("", [&] { w.run(kKindGlobal, 0, 0); }))
+    // The global lines go through a scratch file first: without any, no empty "!" pair.
+    std::string global;
+    if (FILE *scratch = tmpfile()) {
+        fflush(stdout);
+        w.run_into(fileno(scratch), kKindGlobal);
+        off_t size = lseek(fileno(scratch), 0, SEEK_END);
+        global.resize(size > 0 ? static_cast<size_t>(size) : 0);
+        if (size > 0 && pread(fileno(scratch), global.data(), global.size(), 0) != size)
+            global.clear();
+        fclose(scratch);
+    } else {
+        w.run_into(w.fd(), kKindGlobal); // no scratch file: straight through
+    }
+    if (!global.empty()) {
+        w.text(global);
+        w.line("!");
+    }
+    if (w.quit())
         return;
     for (int32_t vlan : inv.of(Kind::Vlan))
         if (!w.section("vlan " + std::to_string(vlan), [&] { w.run(kKindVlan, static_cast<uintptr_t>(vlan), 0); }))

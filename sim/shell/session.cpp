@@ -2,6 +2,10 @@
 // modes with the environment values that handlers read, the inventory of configured objects,
 // the shell's own commands and the execution of one typed line.
 #include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
+#include <sys/utsname.h>
+#include <climits>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -119,6 +123,7 @@ const ndplat::ShellHooks kHooks = {hook_orient, hook_break, hook_format, hook_co
 void Session::start(const Options &options)
 {
     auto started = std::chrono::steady_clock::now();
+    started_ = time(nullptr);
     options_ = options;
     stateDir_ = options.stateDir;
     if (stateDir_.empty()) {
@@ -264,8 +269,21 @@ void Session::report(const std::string &line, size_t column, const char *message
 ndplat::Completion Session::complete(std::string_view partial) const
 {
     size_t offset = do_offset(partial, context_.mode);
-    if (offset == 0)
-        return ndplat::complete_line(context_.mode, partial);
+    if (offset == 0) {
+        ndplat::Completion own = ndplat::complete_line(context_.mode, partial);
+        if (context_.mode == CliMode::EN || (own.status == ndplat::MatchStatus::Ok && !own.candidates.empty()))
+            return own;
+        // A show that the mode does not have runs as in privileged mode: helped as there.
+        size_t start = partial.find_first_not_of(' ');
+        size_t end = start == std::string_view::npos ? start : partial.find(' ', start);
+        if (end == std::string_view::npos)
+            return own;
+        std::string_view first = partial.substr(start, end - start);
+        if (first.size() < 2 || std::string_view("show").substr(0, first.size()) != first)
+            return own;
+        ndplat::Completion privileged = ndplat::complete_line(CliMode::EN, partial);
+        return privileged.status == ndplat::MatchStatus::Ok && !privileged.candidates.empty() ? privileged : own;
+    }
     ndplat::Completion c = ndplat::complete_line(CliMode::EN, partial.substr(offset));
     c.column += offset;
     c.prefixColumn += offset;
@@ -277,6 +295,15 @@ bool Session::help(std::string_view partial) const
     ndplat::Completion c = complete(partial);
     if (c.status != ndplat::MatchStatus::Ok) {
         std::string text = std::string(prompt().size() + c.column, ' ') + "^\n" + ndplat::match_message(c.status) + "\n";
+        Output::instance().write_terminal(text);
+        return false;
+    }
+    if (c.candidates.empty()) {
+        // Nothing visible goes on from these words (or from the word being typed): say so
+        // rather than print nothing.
+        size_t column = c.prefix.empty() ? partial.size() : c.prefixColumn;
+        std::string text = std::string(prompt().size() + column, ' ') + "^\n" +
+                           ndplat::match_message(ndplat::MatchStatus::Unknown) + "\n";
         Output::instance().write_terminal(text);
         return false;
     }
@@ -298,10 +325,19 @@ bool Session::execute(const std::string &raw)
         return help(partial);
     }
 
+    if (!replaying_)
+        history_.push_back(line);
     size_t offset = do_offset(line, context_.mode);
     CliMode mode = offset ? CliMode::EN : context_.mode;
     std::string_view command = std::string_view(line).substr(offset);
     ndplat::MatchResult match = ndplat::match_line(mode, command);
+    if (match.status != ndplat::MatchStatus::Ok && offset == 0 && mode != CliMode::EN) {
+        // A show typed in a configuration mode runs as if "do" came first, unless the mode
+        // has that command itself (then the match above took it).
+        ndplat::MatchResult privileged = ndplat::match_line(CliMode::EN, command);
+        if (privileged.status == ndplat::MatchStatus::Ok && !privileged.argv.empty() && privileged.argv[0] == "show")
+            match = privileged;
+    }
     if (match.status != ndplat::MatchStatus::Ok && offset == 0 && mode != CliMode::EN && mode != CliMode::CONF) {
         // A global command typed in a sub-mode leaves the sub-mode, as on the switch.
         ndplat::MatchResult global = ndplat::match_line(CliMode::CONF, command);
@@ -352,6 +388,18 @@ bool Session::run_matched(const ndplat::MatchResult &match)
     }
     report_damage();
     return accepted;
+}
+
+long Session::uptime_seconds() const
+{
+    // The switch is up as long as its ND service: since the service wrote its pid file. Without
+    // a service, since this shell started.
+    struct stat st {};
+    time_t since = started_;
+    if (options_.service && stat(ndplat::service_pid_path(stateDir_).c_str(), &st) == 0)
+        since = st.st_mtime;
+    long up = static_cast<long>(time(nullptr) - since);
+    return up > 0 ? up : 0;
 }
 
 void Session::boot_nd_service()
@@ -570,7 +618,9 @@ int32_t cmd_interface(int32_t argc, char **argv)
             c.kind = Kind::Loopback;
             c.stored = {Inventory::Kind::Loopback, number};
         } else {
-            c.mode = CliMode::MIF;
+            // The management interface takes every interface setting, as a VLAN interface
+            // does: what the running configuration writes under it is accepted on replay.
+            c.mode = CliMode::IF;
             c.kind = Kind::Mgmt;
             c.stored = {Inventory::Kind::Mgmt, 0};
         }
@@ -694,6 +744,66 @@ int32_t cmd_do(int32_t argc, char **argv)
     return match.fn(static_cast<int32_t>(keep.size()), words.data());
 }
 
+// The GNU build id of the loaded plug-in (hex), empty when it has none.
+std::string plugin_build_id(void *handle)
+{
+    struct Search {
+        const void *symbol;
+        std::string id;
+    } search{handle ? dlsym(handle, "dl_cli_init") : nullptr, {}};
+    if (!search.symbol)
+        return "";
+    dl_iterate_phdr(
+        [](dl_phdr_info *info, size_t, void *data) {
+            auto *s = static_cast<Search *>(data);
+            auto at = reinterpret_cast<uintptr_t>(s->symbol);
+            bool inside = false;
+            for (int i = 0; i < info->dlpi_phnum; ++i) {
+                const ElfW(Phdr) &ph = info->dlpi_phdr[i];
+                uintptr_t start = info->dlpi_addr + ph.p_vaddr;
+                if (ph.p_type == PT_LOAD && at >= start && at < start + ph.p_memsz)
+                    inside = true;
+            }
+            if (!inside)
+                return 0;
+            for (int i = 0; i < info->dlpi_phnum; ++i) {
+                const ElfW(Phdr) &ph = info->dlpi_phdr[i];
+                if (ph.p_type != PT_NOTE)
+                    continue;
+                const auto *p = reinterpret_cast<const uint8_t *>(info->dlpi_addr + ph.p_vaddr);
+                const uint8_t *end = p + ph.p_memsz;
+                while (p + sizeof(ElfW(Nhdr)) <= end) {
+                    ElfW(Nhdr) note;
+                    memcpy(&note, p, sizeof note);
+                    const uint8_t *name = p + sizeof note;
+                    const uint8_t *desc = name + ((note.n_namesz + 3) & ~3u);
+                    if (desc + note.n_descsz > end)
+                        break;
+                    if (note.n_type == NT_GNU_BUILD_ID && note.n_namesz == 4 && memcmp(name, "GNU", 4) == 0) {
+                        static const char kHex[] = "0123456789abcdef";
+                        for (uint32_t k = 0; k < note.n_descsz; ++k) {
+                            s->id += kHex[desc[k] >> 4];
+                            s->id += kHex[desc[k] & 15];
+                        }
+                        return 1;
+                    }
+                    p = desc + ((note.n_descsz + 3) & ~3u);
+                }
+            }
+            return 1;
+        },
+        &search);
+    return search.id;
+}
+
+std::string uptime_text(long seconds)
+{
+    char text[64];
+    snprintf(text, sizeof text, "%ld days, %02ld:%02ld:%02ld", seconds / 86400, seconds / 3600 % 24, seconds / 60 % 60,
+             seconds % 60);
+    return text;
+}
+
 int32_t cmd_show_running(int32_t, char **)
 {
     running_config(1, true);
@@ -780,8 +890,59 @@ int32_t cmd_reload(int32_t, char **)
         refuse("\n% reload is not available inside a configuration.");
         return 0;
     }
+    // At a terminal the operator confirms; otherwise --yes (the default) or --no answers.
+    if (Output::instance().interactive()) {
+        if (!Output::instance().console("\nProceed with reload? (Yes|No)?")) {
+            say("\n% Reload cancelled.");
+            return 0;
+        }
+    } else if (!S().options().answerYes) {
+        refuse("\n% Reload cancelled (--no).");
+        return 0;
+    }
     say("\nReloading...");
     S().request_reload();
+    return 0;
+}
+
+// show version: what the switch runs (the plug-in and its build id, the platform) and since
+// when its ND service runs.
+int32_t cmd_show_version(int32_t, char **)
+{
+    std::string path = S().options().plugin;
+    char resolved[PATH_MAX];
+    if (realpath(path.c_str(), resolved))
+        path = resolved;
+    std::string id = plugin_build_id(S().plugin());
+    utsname u{};
+    uname(&u);
+    say("\nND switch emulation (ndsh)");
+    say("\nND plug-in: " + path);
+    say("\nPlug-in build id: " + (id.empty() ? std::string("unknown") : id));
+    say(std::string("\nPlatform: ") + u.sysname + " " + u.release + " " + u.machine);
+    say("\nUptime: " + uptime_text(S().uptime_seconds()));
+    return 0;
+}
+
+int32_t cmd_show_history(int32_t, char **)
+{
+    for (const std::string &line : S().history())
+        say("\n  " + line);
+    return 0;
+}
+
+int32_t cmd_help(int32_t, char **)
+{
+    say("\nHelp may be requested at any point in a command by entering a question mark '?'.\n"
+        "If nothing matches, the help list will be empty and you must back up until entering\n"
+        "a '?' shows the available options.\n"
+        "Two styles of help are provided:\n"
+        "1. Full help is available when you are ready to enter a command argument (e.g.\n"
+        "   'show ?') and describes each possible argument.\n"
+        "2. Partial help is provided when an abbreviated argument is entered and you want\n"
+        "   to know what arguments match the input (e.g. 'show ru?').\n"
+        "TAB completes a word; Ctrl-C drops the line being typed; at --More--, space shows the\n"
+        "next page, Enter the next line, q or Ctrl-C quits.");
     return 0;
 }
 
@@ -802,6 +963,9 @@ std::string modifiers()
            "include(EN,0,'Include lines that match'){context(EN,0,'Include two line before and after the match line')"
            "{_LINE_(EN,0,'Regular Expression')},_LINE_(EN,0,'Regular Expression')},"
            "exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular Expression')},"
+           "section(EN,0,'Sections that have a line that matches'){_LINE_(EN,0,'Regular Expression')},"
+           "count(EN,0,'Count the lines'){_CR_(EN,0,''),_LINE_(EN,0,'Regular Expression: count only lines that "
+           "match')},"
            "redirect(EN,0,'Redirect output to other resource'){file(EN,0,'Output to file')"
            "{_WORD_(EN,0,'Destination file name,such as \"/flash/test\"')}}}";
 }
@@ -857,6 +1021,15 @@ std::vector<Builtin> builtins()
          "no(EN,0,'Negate a command or set its defaults'){debug(EN,0,'Debugging functions'){all(EN,0,'Disable all "
          "debugging')}}"},
         {cmd_write, "write(EN,0,'Save the running configuration as the startup configuration')"},
+        {cmd_write, "write(EN,0,'Save the running configuration as the startup configuration'){"
+                    "memory(EN,0,'Save the running configuration as the startup configuration')}"},
+        {cmd_write, "copy(EN,0,'Copy a configuration'){running-config(EN,0,'The running configuration'){"
+                    "startup-config(EN,0,'Save it as the startup configuration')}}"},
+        {cmd_show_version, "show(EN,0,'Show running system information'){version(EN,0,'The switch, its ND plug-in "
+                           "and uptime'){" + modifiers() + "}}"},
+        {cmd_show_history, "show(EN,0,'Show running system information'){history(EN,0,'The commands typed so far'){" +
+                               modifiers() + "}}"},
+        {cmd_help, "help(EN|" + all + ",0,'Description of the interactive help system')"},
         {cmd_reload, "reload(EN,0,'Restart the switch and replay the startup configuration')"},
         {cmd_terminal_length,
          "terminal(EN,0,'Set terminal line parameters'){length(EN,0,'Set the number of lines on a screen')"

@@ -1,9 +1,15 @@
 // The operator's side: libedit line editing with history, TAB completion and `?` help from
 // the merged command tree; and the non-interactive runs (-c, -f, a pipe).
+#include <fcntl.h>
 #include <histedit.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <signal.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
 
 #include "ndplat.h"
 #include "ndsh.h"
@@ -57,6 +63,70 @@ unsigned char on_tab(EditLine *el, int)
     return CC_REFRESH_BEEP;
 }
 
+// ^C at the prompt: the line typed so far is dropped and a fresh prompt is shown.
+unsigned char on_interrupt(EditLine *el, int)
+{
+    const LineInfo *li = el_line(el);
+    el_cursor(el, static_cast<int>(li->lastchar - li->cursor));
+    el_deletestr(el, static_cast<int>(li->lastchar - li->buffer));
+    Output::instance().write_terminal("^C\n");
+    return CC_REDISPLAY;
+}
+
+constexpr const char *kHistoryFile = "ndsh_history";
+constexpr size_t kHistoryKept = 1000;
+
+// The history of earlier sessions on this state directory, oldest first (the last
+// kHistoryKept lines).
+std::vector<std::string> load_history(const std::string &path)
+{
+    std::vector<std::string> lines;
+    FILE *f = fopen(path.c_str(), "re");
+    if (!f)
+        return lines;
+    char *buffer = nullptr;
+    size_t size = 0;
+    ssize_t n;
+    while ((n = getline(&buffer, &size, f)) > 0) {
+        std::string line(buffer, static_cast<size_t>(n));
+        while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
+            line.pop_back();
+        if (!line.empty())
+            lines.push_back(line);
+    }
+    free(buffer);
+    fclose(f);
+    if (lines.size() > kHistoryKept)
+        lines.erase(lines.begin(), lines.end() - static_cast<long>(kHistoryKept));
+    return lines;
+}
+
+// Rewrites the history file with what is kept, owner-only, so that it does not grow without end.
+void store_history(const std::string &path, const std::vector<std::string> &lines)
+{
+    std::string text;
+    size_t from = lines.size() > kHistoryKept ? lines.size() - kHistoryKept : 0;
+    for (size_t i = from; i < lines.size(); ++i)
+        text += lines[i] + "\n";
+    std::string tmp = path + ".new";
+    int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return;
+    fchmod(fd, 0600);
+    bool good = write(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    close(fd);
+    if (good)
+        rename(tmp.c_str(), path.c_str());
+    else
+        unlink(tmp.c_str());
+}
+
+// ^C while a command runs (the terminal sends SIGINT then): the command's output stops.
+void on_sigint(int)
+{
+    Output::interrupt();
+}
+
 } // namespace
 
 std::string format_help(const ndplat::Completion &completion)
@@ -76,8 +146,13 @@ std::string format_help(const ndplat::Completion &completion)
 
 int run_terminal()
 {
-    // ^C must not end the switch's shell; the operator leaves with exit or ^D.
-    signal(SIGINT, SIG_IGN);
+    // ^C never ends the switch's shell (the operator leaves with exit or ^D): while a command
+    // runs it stops the command's output, at the prompt it drops the line.
+    struct sigaction sa {};
+    sa.sa_handler = on_sigint;
+    sa.sa_flags = SA_RESTART;
+    sigemptyset(&sa.sa_mask);
+    sigaction(SIGINT, &sa, nullptr);
     EditLine *el = el_init("ndsh", stdin, stdout, stderr);
     History *hist = history_init();
     HistEvent event;
@@ -89,9 +164,20 @@ int run_terminal()
     el_set(el, EL_ADDFN, "ndsh-help", "Show the possible words", on_help);
     el_set(el, EL_BIND, "^I", "ndsh-complete", nullptr);
     el_set(el, EL_BIND, "?", "ndsh-help", nullptr);
+    // While a line is edited, ^C is a key of the editor rather than a signal.
+    el_set(el, EL_SETTY, "-d", "-isig", nullptr);
+    el_set(el, EL_ADDFN, "ndsh-interrupt", "Drop the line", on_interrupt);
+    el_set(el, EL_BIND, "^C", "ndsh-interrupt", nullptr);
 
     Session &session = Session::instance();
     Output &out = Output::instance();
+    // History kept across sessions in the state directory.
+    std::string historyPath = session.state_dir() + "/" + kHistoryFile;
+    std::vector<std::string> kept = load_history(historyPath);
+    for (const std::string &line : kept) {
+        history(hist, &event, H_ENTER, line.c_str());
+        session.history_add(line);
+    }
     while (!session.finished()) {
         out.newline_if_needed();
         int count = 0;
@@ -104,8 +190,13 @@ int run_terminal()
         std::string line(got, static_cast<size_t>(count));
         while (!line.empty() && (line.back() == '\n' || line.back() == '\r'))
             line.pop_back();
-        if (line.find_first_not_of(' ') != std::string::npos)
+        if (line.find_first_not_of(' ') != std::string::npos) {
             history(hist, &event, H_ENTER, line.c_str());
+            kept.push_back(line);
+            store_history(historyPath, kept);
+            if (kept.size() > 2 * kHistoryKept)
+                kept.erase(kept.begin(), kept.end() - static_cast<long>(kHistoryKept));
+        }
         session.execute(line);
     }
     history_end(hist);

@@ -15,6 +15,7 @@
 #                          folder of the test file)
 #   #! service-exe PATH    the ndsvc that DCM_Start runs from now on (a missing one: no service)
 #   #! note TEXT           copied into the transcript, to mark the steps
+#   #! service-log         copies what the service wrote to its log so far into the transcript
 # Set ND_E2E_UPDATE=1 to write the actual transcript over the expected one.
 set -u
 ndsh=$1
@@ -27,7 +28,10 @@ rm -rf "$work"
 mkdir -p "$work"
 # Unix socket paths are short: the state directory lives under /tmp.
 state=$(mktemp -d /tmp/nde2e.XXXXXX)
-trap 'rm -rf "$state"' EXIT
+# The service outlives the shells that used it: stopped here on every way out, with the ndsvc
+# the test began with (a "service-exe" block may name one that does not exist).
+ndsvc=${NDSIM_NDSVC:-$(dirname "$ndsh")/../service/ndsvc}
+trap '"$ndsvc" --stop --state "$state" >/dev/null 2>&1; rm -rf "$state"' EXIT
 export NDSIM_STATE=$state
 unset NDSIM_NDSVC_ARGS
 actual=$work/actual.out
@@ -81,6 +85,10 @@ while IFS= read -r line || [ -n "$line" ]; do
       service-args) export NDSIM_NDSVC_ARGS=${args//\{src\}/$src} ;;
       service-exe) export NDSIM_NDSVC=${args//\{src\}/$src} ;;
       note) printf '\n=== %s ===\n' "$args" >>"$actual" ;;
+      service-log)
+        printf '[ndsvc.log]\n' >>"$actual"
+        [ -f "$state/ndsvc.log" ] && cat "$state/ndsvc.log" >>"$actual" && : >"$state/ndsvc.log"
+        ;;
       *) echo "unknown action: $line" >&2; exit 2 ;;
     esac
   elif [ -n "$block" ]; then

@@ -175,10 +175,10 @@ TEST_F(Matcher, Ipv6PrefixForms)
 {
     add(fx::kClearPrefix, h1);
     expectOk(CliMode::EN, "clear nd snooping prefix", h1, {"clear", "nd", "snooping", "prefix"});
-    for (const char *good : {"2001:db8::/32", "::/0", "2001:db8::1/128", "fe80::/10"})
+    for (const char *good : {"2001:db8::/32", "::/0", "2001:db8::1/128", "fe80::/10", "2001:db8::", "2001:db8::1"})
         expectOk(CliMode::EN, std::string("clear nd snooping prefix ") + good, h1,
                  {"clear", "nd", "snooping", "prefix", good});
-    for (const char *bad : {"2001:db8::/129", "2001:db8::", "2001:db8::/", "/64", "2001:db8::/6a", "2001:db8::/-1",
+    for (const char *bad : {"2001:db8::/129", "2001:db8:::1", "2001:db8::/", "/64", "2001:db8::/6a", "2001:db8::/-1",
                             "2001:db8::/1/2", "x::/3"})
         expectError(CliMode::EN, std::string("clear nd snooping prefix ") + bad, MatchStatus::Unknown, 4, 25);
 }

@@ -622,7 +622,15 @@ TEST_F(ServiceTest, DiagnoseWritesItsTextIntoTheDumpFile)
 struct Scratch {
     std::string root = "/tmp/ndsvc-test-" + std::to_string(getpid());
     Scratch() { mkdir(root.c_str(), 0755); }
-    ~Scratch() { std::filesystem::remove_all(root); }
+    ~Scratch()
+    {
+        // A service outlives the test that started it: every state directory's one is stopped.
+        std::error_code ec;
+        for (const auto &entry : std::filesystem::directory_iterator(root, ec))
+            if (entry.is_directory(ec) && ndplat::service_lock_holder(entry.path().string()) != 0)
+                ndplat::service_stop(entry.path().string(), true);
+        std::filesystem::remove_all(root);
+    }
 };
 
 std::string freshStateDir()

@@ -2,6 +2,8 @@
 // commands arrive (-c, -f, a pipe), start-up and the debugging options.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 #include <filesystem>
 
 #include "ndsh_support.h"
@@ -15,8 +17,10 @@ TEST(NdshCommandLine, HelpListsTheCandidatesWithTheirHelpTexts)
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "switch#show ?\n"
                      "  debugging       Debugging switches\n"
+                     "  history         The commands typed so far\n"
                      "  running-config  Current operating configuration\n"
                      "  startup-config  Saved startup configuration\n"
+                     "  version         The switch, its ND plug-in and uptime\n"
                      "switch(config)#interface ?\n"
                      "  gigabitethernet   Gigabit Ethernet interface\n"
                      "  link-aggregation  Link-aggregation interface\n"
@@ -56,7 +60,9 @@ TEST(NdshCommandLine, HiddenCommandsAreAcceptedButNeverOffered)
     Result help = ndsh(state, probe_args({"-c", "s?; secret ?"}));
     EXPECT_EQ(help.out, "switch#s?\n"
                         "  show  Show running system information\n"
-                        "switch#secret ?\n");
+                        "switch#secret ?\n"
+                        "              ^\n"
+                        "% Unknown command.\n");
     Result run = ndsh(state, probe_args({"-c", "secret word"}));
     EXPECT_EQ(run.status, 0);
     EXPECT_EQ(run.out, "\nargv: [secret] [word]\nif=(none) vlan=0 supervlan=0 vxlan=0 ports=(none) interactive=1\n");
@@ -87,6 +93,7 @@ TEST(NdshCommandLine, ThePlugInsCommandsAreHelpedInTheirModesOnly)
                      "  do    Run a privileged-mode command\n"
                      "  end   Return to privileged mode\n"
                      "  exit  Exit from the current mode\n"
+                     "  help  Description of the interactive help system\n"
                      "  ipv6\n"
                      "  no    Negate a command or set its defaults\n");
 }
@@ -230,9 +237,51 @@ TEST(NdshCommandLine, AFailedStartUpIsReportedWithItsCodeAndText)
                         "% Unknown command.\n");
     Result probe = ndsh(state, probe_args({"-c", "probe"}), "", {"PROBE_INIT_RESULT=1"});
     EXPECT_EQ(probe.out.rfind("% ND start-up failed with code 1: probe error one\n", 0), 0u) << probe.out;
+}
+
+// A shell without its plug-in has nothing to offer: it says why and ends before it starts.
+TEST(NdshCommandLine, APlugInThatCannotBeLoadedEndsTheShellWithItsPathAndTheLoadersReason)
+{
+    StateDir state;
     Result missing = ndsh(state, {"--no-service", "--plugin", "/nonexistent/libnd-cli.so", "-c", "show ?"});
-    EXPECT_EQ(missing.out.rfind("% Cannot load the ND plug-in: /nonexistent/libnd-cli.so", 0), 0u) << missing.out;
-    EXPECT_NE(missing.out.find("  running-config  Current operating configuration\n"), std::string::npos);
+    EXPECT_EQ(missing.status, 3);
+    EXPECT_EQ(missing.out, "");
+    EXPECT_EQ(missing.err, "ndsh: cannot load the ND plug-in /nonexistent/libnd-cli.so: /nonexistent/libnd-cli.so: "
+                           "cannot open shared object file: No such file or directory\n");
+    EXPECT_NE(access(state.file("ndsh.booted").c_str(), F_OK), 0) << "nothing started";
+}
+
+TEST(NdshCommandLine, UsageErrorsNameTheOptionAndHelpGoesToStandardOutput)
+{
+    StateDir state;
+    Result unknown = ndsh(state, probe_args({"--colour", "-c", "probe"}));
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_EQ(unknown.out, "");
+    EXPECT_EQ(unknown.err.rfind("ndsh: unknown option --colour\nusage: ndsh [options]\n", 0), 0u) << unknown.err;
+
+    Result noValue = ndsh(state, probe_args({"--state"}));
+    EXPECT_EQ(noValue.status, 2);
+    EXPECT_EQ(noValue.err.rfind("ndsh: option --state needs a value\n", 0), 0u) << noValue.err;
+
+    for (const char *bad : {"SHELL_GetEnv", "SHELL_GetEnv=", "=1", "SHELL_GetEnv=abc", "SHELL_GetEnv=1x0"}) {
+        Result fault = ndsh(state, probe_args({"--fault", bad, "-c", "probe"}));
+        EXPECT_EQ(fault.status, 2) << bad;
+        EXPECT_EQ(fault.out, "") << bad;
+        EXPECT_EQ(fault.err.rfind(std::string("ndsh: bad --fault ") + bad +
+                                      " (expected FUNC=VALUE or FUNC=VALUExN)\nusage: ndsh",
+                                  0),
+                  0u)
+            << fault.err;
+    }
+
+    Result help = ndsh(state, {"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.err, "");
+    EXPECT_EQ(help.out.rfind("usage: ndsh [options]\n", 0), 0u);
+    EXPECT_NE(help.out.find("  --plugin PATH"), std::string::npos);
+    Result late = ndsh(state, {"--no-service", "--help"});
+    EXPECT_EQ(late.status, 0);
+    EXPECT_EQ(late.out, help.out);
 }
 
 TEST(NdshCommandLine, EveryRegisteredCommandCanBeCompletedAndMatched)
@@ -249,4 +298,48 @@ TEST(NdshCommandLine, DebugHooksAreCalledWithTheirCodes)
     Result r = ndsh(state, probe_args({"-c", "show debugging; debug all; no debug all"}));
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "\nprobe debug code 3\n\nprobe debug code 1\n\nprobe debug code 2\n");
+}
+
+// A prefix typed without its length is a host prefix: the command is accepted and the handler
+// sends the address with its length.
+TEST(NdshCommandLine, APrefixWithoutItsLengthIsAccepted)
+{
+    StateDir state;
+    Result r = ndsh(state, {"--no-service", "--trace", "-c", "clear nd snooping prefix 2001:db8::1"});
+    EXPECT_EQ(r.out.find("Unknown command"), std::string::npos) << r.out;
+    EXPECT_NE(r.err.find("[trace] CMF_ClientParamEncode(ptr, 4, 16, ptr)\n[trace] CMF_ClientParamEncode(ptr, 5, 1, ptr)\n"
+                         "[trace] CMF_ClientRequestSend(ptr)\n"),
+              std::string::npos)
+        << r.err;
+    Result bad = ndsh(state, {"--no-service", "-c", "clear nd snooping prefix 2001:db8:::1"});
+    EXPECT_EQ(bad.status, 1);
+    EXPECT_NE(bad.out.find("% Unknown command."), std::string::npos) << bad.out;
+}
+
+// `?` lists a word only when something visible can follow it, and after a word always prints
+// something: the candidates, <cr>, or why nothing follows.
+TEST(NdshCommandLine, HelpNeverDeadEnds)
+{
+    StateDir state;
+    Result top = ndsh(state, {"--no-service", "-c", "?"});
+    EXPECT_NE(top.out.find("\n  configure "), std::string::npos) << top.out;
+    EXPECT_EQ(top.out.find("\n  nd"), std::string::npos) << top.out;
+    Result r = ndsh(state, {"--no-service", "-c", "show ?"});
+    EXPECT_EQ(r.out.find("  diagnose"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("  nd              Neighbor discovery\n"), std::string::npos) << r.out;
+    Result dead = ndsh(state, {"--no-service", "-c", "nd ?; no nd ?; show diagnose ?; show zz?"});
+    EXPECT_EQ(dead.out, "switch#nd ?\n"
+                        "          ^\n"
+                        "% Unknown command.\n"
+                        "switch#no nd ?\n"
+                        "             ^\n"
+                        "% Unknown command.\n"
+                        "switch#show diagnose ?\n"
+                        "                     ^\n"
+                        "% Unknown command.\n"
+                        "switch#show zz?\n"
+                        "            ^\n"
+                        "% Unknown command.\n");
+    Result end = ndsh(state, {"--no-service", "-c", "show nd proxy address ?"});
+    EXPECT_NE(end.out.find("  <cr>"), std::string::npos) << end.out;
 }

@@ -39,6 +39,7 @@ TEST(NdshFileModes, StateDirectoryFlashAndDatabasesAreOwnerOnlyUnderUmask000)
 {
     StateDir scratch;
     std::string state = scratch.path() + "/state";
+    ServiceGuard stops{state};
     Result r;
     {
         Umask open(0);

@@ -70,8 +70,10 @@ TEST(NdshInteractive, QuestionMarkShowsHelpAndKeepsTheLine)
     pty.send("show ?");
     ASSERT_TRUE(pty.expect("show ?\r\n"
                            "  debugging       Debugging switches\r\n"
+                           "  history         The commands typed so far\r\n"
                            "  running-config  Current operating configuration\r\n"
-                           "  startup-config  Saved startup configuration\r\n"));
+                           "  startup-config  Saved startup configuration\r\n"
+                           "  version         The switch, its ND plug-in and uptime\r\n"));
     ASSERT_TRUE(pty.expect("switch#show "));
     pty.send("debugging\r");
     ASSERT_TRUE(pty.expect("probe debug code 3"));

@@ -66,7 +66,7 @@ TEST(NdshModes, EnvironmentValuesOfEveryMode)
     add(probe_line("gigabitethernet0/2", 0, 0, 0, "2:gigabitethernet0/2"));     // PORT
     add(probe_line("link-aggregation3", 0, 0, 0, "27:link-aggregation3"));      // LINK_AGGREGATION
     add(probe_line("loopback2", 0, 0, 0, none));                                // IF
-    add(probe_line("mgmt0", 0, 0, 0, none));                                    // MIF
+    add(probe_line("mgmt0", 0, 0, 0, none));                                    // IF, as every interface
     add(probe_line(none, 0, 0, 0, none));                                       // EN again
     EXPECT_EQ(r.out, expected);
 }

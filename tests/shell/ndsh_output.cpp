@@ -39,9 +39,16 @@ TEST(NdshOutput, IncludeContextAddsTwoLinesBeforeAndAfter)
 {
     StateDir state;
     Result r = ndsh(state, probe_args({"-c", "lines 20 | include context ^line (5|15)$"}));
-    EXPECT_EQ(r.out, "line 3\nline 4\nline 5\nline 6\nline 7\nline 13\nline 14\nline 15\nline 16\nline 17\n");
+    // Groups apart from each other are separated by a "--" line.
+    EXPECT_EQ(r.out, "line 3\nline 4\nline 5\nline 6\nline 7\n--\nline 13\nline 14\nline 15\nline 16\nline 17\n");
     Result close = ndsh(state, probe_args({"-c", "lines 9 | include context ^line (4|6)$"}));
     EXPECT_EQ(close.out, "line 2\nline 3\nline 4\nline 5\nline 6\nline 7\nline 8\n");
+    // Groups that touch (line 6 ends one, line 7 starts the next) are not.
+    Result touching = ndsh(state, probe_args({"-c", "lines 20 | include context ^line (4|9)$"}));
+    EXPECT_EQ(touching.out, "line 2\nline 3\nline 4\nline 5\nline 6\nline 7\nline 8\nline 9\nline 10\nline 11\n");
+    Result three = ndsh(state, probe_args({"-c", "lines 30 | include context ^line (1|10|20)$"}));
+    EXPECT_EQ(three.out, "\nline 1\nline 2\nline 3\n--\nline 8\nline 9\nline 10\nline 11\nline 12\n--\n"
+                         "line 18\nline 19\nline 20\nline 21\nline 22\n");
 }
 
 TEST(NdshOutput, ExcludeDropsMatchingLines)

@@ -28,7 +28,8 @@ TEST(NdshRunningConfig, SectionsHandlersInSectionOrderAndTheirArguments)
     // Global handlers by section number (10 before 50, although 50 registered first); VLAN
     // handlers get the VLAN id as third argument, interface handlers the name as fourth, port
     // handlers the port id, VXLAN handlers the VXLAN id as third.
-    EXPECT_EQ(r.out, "\n!"
+    EXPECT_EQ(r.out, "\n! Current configuration"
+                     "\n!"
                      "\nprobe global 10 args 0 0 0 session 1"
                      "\nprobe global 50"
                      "\n!"
@@ -117,7 +118,8 @@ TEST(NdshRunningConfig, ThePlugInsLinesComeFromTheDatabaseIntoTheirSections)
     DBM_Close(h);
 
     Result r = ndsh(state, {"--no-service", "-c", "show running-config"});
-    EXPECT_EQ(r.out, "\n!"
+    EXPECT_EQ(r.out, "\n! Current configuration"
+                     "\n!"
                      "\nnd snooping enable"
                      "\nno nd fast-response"
                      "\n!"
@@ -142,7 +144,8 @@ TEST(NdshRunningConfig, WriteSavesTheStartupConfigurationThatReloadReplays)
     Result w = ndsh(state, probe_args({"-c", "configure terminal; vlan 5; interface vlan 6; end; write"}));
     EXPECT_EQ(w.out, "\nBuilding configuration...\n[OK]\n");
     std::string saved = read_file(state.file("flash/startup-config"));
-    EXPECT_EQ(saved, "\n!"
+    EXPECT_EQ(saved, "\n! Current configuration"
+                     "\n!"
                      "\nprobe global 10 args 0 0 0 session 1"
                      "\nprobe global 50"
                      "\n!\nvlan 1\n probe vlan 1 (0 0) session 1"
@@ -195,4 +198,30 @@ TEST(NdshRunningConfig, ShowStartupConfigPrintsTheSavedFile)
     write_file(state.file("flash/startup-config"), "!\nvlan 3\nend\n");
     Result r = ndsh(state, probe_args({"--no-startup-config", "-c", "show startup-config | include vlan"}));
     EXPECT_EQ(r.out, "vlan 3\n");
+}
+
+// The running configuration opens with its header line; without global lines there is no
+// empty "!" pair.
+TEST(NdshRunningConfig, OpensWithItsHeaderAndHasNoEmptyPair)
+{
+    StateDir state;
+    Result r = ndsh(state, {"--no-service", "-c", "configure terminal; vlan 5; end; show running-config"});
+    EXPECT_EQ(r.out, "\n! Current configuration\n!\nvlan 1\n!\nvlan 5\n!\nend\n");
+}
+
+TEST(NdshRunningConfig, SectionShowsWholeSectionsAndCountCountsLines)
+{
+    StateDir state;
+    Result r = ndsh(state, probe_args({"-c", "configure terminal; vlan 5; interface vlan 6; end;"
+                                             "show running-config | section ^vlan 5$;"
+                                             "show running-config | section kind 3;"
+                                             "show running-config | count;"
+                                             "show running-config | count ^vlan"}));
+    EXPECT_EQ(r.out, "vlan 5\n probe vlan 5 (0 0) session 1\n"
+                     "interface vlan 6\n probe kind 3 vlan6\n"
+                     // header, !, two global lines, !, three sections of two lines and their
+                     // !, end
+                     "Number of lines: 15\n"
+                     "Number of lines: 2\n")
+        << r.out;
 }

@@ -18,8 +18,8 @@ TEST(NdshService, ConfigurationTypedAtTheShellShowsUpInTheRunningConfiguration)
                                   "nd proxy enable; end; show running-config | include ^ ?(no )?nd "});
     EXPECT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.out, "nd snooping enable\nno nd fast-response\n nd proxy enable\n");
-    // The service ends with the shell; the next start brings it up again and finds the
-    // configuration in the database.
+    // The next shell uses the service that the first one started (it outlives that shell), and
+    // the configuration is in its database.
     Result again = ndsh(state, {"-c", "configure terminal; no nd snooping enable; end; show running-config | include ^ ?(no )?nd "});
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_EQ(again.out, "\nIt will delete all configuration of nd snooping, Sure(Yes|No)?\nno nd fast-response\n"

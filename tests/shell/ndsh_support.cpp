@@ -26,8 +26,56 @@ StateDir::StateDir()
 
 StateDir::~StateDir()
 {
+    stop_service(*this);
     std::error_code ec;
     std::filesystem::remove_all(path_, ec);
+}
+
+int stop_service(const StateDir &state)
+{
+    return stop_service(state.path());
+}
+
+int stop_service(const std::string &stateDir)
+{
+#ifdef NDSVC_PATH
+    // Only where a service ever ran: its lock file is there.
+    if (access((stateDir + "/ndsvc.lock").c_str(), F_OK) != 0)
+        return 0;
+    pid_t pid = fork();
+    if (pid == 0) {
+        int devnull = open("/dev/null", O_WRONLY);
+        if (devnull >= 0) {
+            dup2(devnull, 1);
+            close(devnull);
+        }
+        execl(NDSVC_PATH, NDSVC_PATH, "--stop", "--state", stateDir.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    int status = 0;
+    if (pid < 0 || waitpid(pid, &status, 0) != pid)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+#else
+    (void)stateDir;
+    return 0;
+#endif
+}
+
+long service_pid(const StateDir &state)
+{
+    std::string text = read_file(state.file("ndsvc.pid"));
+    return text.empty() ? -1 : atol(text.c_str());
+}
+
+bool process_alive(long pid)
+{
+    if (pid <= 0)
+        return false;
+    // A process that ended but was not reaped yet is no longer alive.
+    std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+    size_t close = stat.rfind(')');
+    return close != std::string::npos && close + 2 < stat.size() && stat[close + 2] != 'Z' && stat[close + 2] != 'X';
 }
 
 std::vector<std::string> probe_args(std::vector<std::string> more)

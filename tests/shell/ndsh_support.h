@@ -10,7 +10,7 @@
 
 namespace ndshtest {
 
-// A fresh state directory, removed at the end.
+// A fresh state directory, removed at the end; an ND service started on it is stopped first.
 class StateDir {
 public:
     StateDir();
@@ -21,6 +21,19 @@ public:
 private:
     std::string path_;
 };
+
+// Runs `ndsvc --stop` for the state directory when a service ever ran there; its exit status.
+int stop_service(const StateDir &state);
+int stop_service(const std::string &stateDir);
+// Stops the service of a state directory that is not a StateDir of its own, on every way out.
+struct ServiceGuard {
+    std::string stateDir;
+    ~ServiceGuard() { stop_service(stateDir); }
+};
+// The pid in the state directory's ndsvc.pid, -1 without one.
+long service_pid(const StateDir &state);
+// Whether the process runs (a zombie does not).
+bool process_alive(long pid);
 
 struct Result {
     int status = -1; // exit status

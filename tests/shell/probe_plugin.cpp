@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <unistd.h>
+
 #include "nd_platform.h"
 
 namespace {
@@ -42,9 +44,14 @@ int32_t probe(int32_t argc, char **argv)
 int32_t lines(int32_t argc, char **argv)
 {
     int n = argc > 1 ? atoi(argv[1]) : 0;
+    // A slow listing (microseconds per line), for an operator who interrupts it.
+    const char *delay = getenv("PROBE_LINE_DELAY_US");
+    useconds_t pause = delay ? static_cast<useconds_t>(atol(delay)) : 0;
     SHELL_MoreOrientOutput();
     int i = 1;
     for (; i <= n; ++i) {
+        if (pause)
+            usleep(pause);
         printf("\nline %d", i);
         if (SHELL_MoreBreakOutput() != 0)
             break;
@@ -159,6 +166,19 @@ int32_t end_of_display(uint32_t event, uint32_t subevent, uint32_t arg3, uint32_
     return 0;
 }
 
+// A show of the VLAN mode's own, beside the privileged one of the same words.
+int32_t show_vlan_own(int32_t, char **)
+{
+    printf("\nthe VLAN mode's own show");
+    return 0;
+}
+
+int32_t show_privileged(int32_t, char **)
+{
+    printf("\nthe privileged show");
+    return 0;
+}
+
 uint32_t probe_init()
 {
     char def[512];
@@ -184,6 +204,8 @@ uint32_t probe_init()
                          "'Output modifiers'){include(EN,0,'Include lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')},exclude(EN,0,'Exclude lines that match'){_LINE_(EN,0,'Regular "
                          "Expression')}}}}");
+    SHELL_CmdRegByModule(0, 1, show_vlan_own, "show(VLAN,0,'Show'){probe-show(VLAN,0,HIDE,'The mode has its own')}");
+    SHELL_CmdRegByModule(0, 1, show_privileged, "show(EN,0,'Show'){probe-show(EN,0,HIDE,'The privileged one')}");
     SHELL_CmdRegByModule(0, 1, peak_memory, "peak-memory(EN,0,'Report the largest resident set so far')");
     SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
     SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
