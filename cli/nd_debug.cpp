@@ -45,11 +45,8 @@ uint32_t maskOfKeyword(const char *keyword)
 uint32_t debugRequest(const char *keyword, uint32_t mask)
 {
     ndcli::Request request;
-    uint32_t result = request.init(keyword, ND_CMD_DEBUG);
-    if (result != ND_OK) {
-        printf("nd cli param init failed\n");
-        return result;
-    }
+    if (!request.start(keyword, ND_CMD_DEBUG, ndcli::kInitFailed))
+        return static_cast<uint32_t>(request.result());
     request.add(kItemDebugMask, sizeof mask, &mask, true);
     return request.send();
 }

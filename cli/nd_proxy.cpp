@@ -28,17 +28,16 @@ constexpr InterfaceMessages kAnywayMessages = {"\n cli param init error %d!", "\
 // Starts a request about the current interface. Returns its name, or null after printing
 // why there is none; `result` then holds the handler's result.
 const char *beginInterfaceRequest(ndcli::Request &request, const char *keyword, uint32_t code,
-                                  const InterfaceMessages &messages, uint32_t &result)
+                                  const InterfaceMessages &messages, int32_t &result)
 {
-    result = request.init(keyword, code);
-    if (result != ND_OK) {
-        printf(messages.initError, static_cast<int32_t>(result));
+    if (!request.start(keyword, code, {messages.initError, ndcli::InitFailure::Answer::Status})) {
+        result = request.result();
         return nullptr;
     }
     const char *name = SHELL_GetEnv(kEnvInterfaceName);
     if (!name) {
         // The number shown is the init result, which is 0 here.
-        printf(messages.noInterface, static_cast<int32_t>(result));
+        printf(messages.noInterface, 0);
         result = ND_ERR_GET_IFINDEX;
     }
     return name;
@@ -49,30 +48,16 @@ uint32_t interfaceNameLength(const char *name)
     return static_cast<uint32_t>(strlen(name) + 1);
 }
 
-// Show and clear requests that carry the single parameter 0.
-int32_t showRequest(int32_t argc, char **argv, uint32_t code)
-{
-    ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), code);
-    if (result != ND_OK) {
-        printf("nd cli param init failed\n");
-        return static_cast<int32_t>(result);
-    }
-    const uint32_t param = 0;
-    request.add(kItemShowParam, sizeof param, &param, true);
-    return static_cast<int32_t>(request.send());
-}
-
 } // namespace
 
 extern "C" int32_t ndArgProcForProxyEnable(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = ND_OK;
+    int32_t result = ND_OK;
     const char *name = beginInterfaceRequest(request, ndcli::firstWord(argc, argv), ND_CMD_PROXY_ENABLE,
                                              kProxyMessages, result);
     if (!name)
-        return static_cast<int32_t>(result);
+        return result;
     request.add(kItemObject, interfaceNameLength(name), name, true);
     request.send();
     // The shell's own proxy handling follows the request whatever the service answered.
@@ -82,11 +67,11 @@ extern "C" int32_t ndArgProcForProxyEnable(int32_t argc, char **argv)
 extern "C" int32_t ndArgProcForProxyAnywayEnable(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = ND_OK;
+    int32_t result = ND_OK;
     const char *name = beginInterfaceRequest(request, ndcli::firstWord(argc, argv), ND_CMD_PROXY_ANYWAY,
                                              kAnywayMessages, result);
     if (!name)
-        return static_cast<int32_t>(result);
+        return result;
     if (strchr(name, '.')) {
         // Sub-interfaces are refused before the service is asked.
         printf("\n %% Not support!");
@@ -96,39 +81,33 @@ extern "C" int32_t ndArgProcForProxyAnywayEnable(int32_t argc, char **argv)
     const uint32_t on = 1;
     request.add(kItemAnywaySwitch, sizeof on, &on, false);
     request.add(kItemObject, interfaceNameLength(name), name, true);
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 extern "C" int32_t ndArgProcForLocProxyEnable(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_LOCAL_PROXY_ENABLE);
-    if (result != ND_OK) {
-        printf("cli param init error %d!\n", static_cast<int32_t>(result));
-        return static_cast<int32_t>(result);
-    }
+    if (!request.start(argc, argv, ND_CMD_LOCAL_PROXY_ENABLE, ndcli::kInitError))
+        return request.result();
     const uint16_t superVlan = static_cast<uint16_t>(mpsh_get_int_env(kEnvSuperVlan));
     request.add(kItemObject, sizeof superVlan, &superVlan, true);
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 extern "C" int32_t ndArgProcForFrEnable(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_FAST_RESPONSE);
-    if (result != ND_OK) {
-        printf("cli param init error %d!\n", static_cast<int32_t>(result));
-        return static_cast<int32_t>(result);
-    }
-    return static_cast<int32_t>(request.send());
+    if (!request.start(argc, argv, ND_CMD_FAST_RESPONSE, ndcli::kInitError))
+        return request.result();
+    return request.finish();
 }
 
 extern "C" int32_t ndShowNdForwardPktStat(int32_t argc, char **argv)
 {
-    return showRequest(argc, argv, ND_CMD_FORWARD_STATISTICS);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_FORWARD_STATISTICS, kItemShowParam);
 }
 
 extern "C" int32_t ndShowProxyAddr(int32_t argc, char **argv)
 {
-    return showRequest(argc, argv, ND_CMD_PROXY_ADDRESS);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_PROXY_ADDRESS, kItemShowParam);
 }
