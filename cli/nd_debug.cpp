@@ -52,7 +52,9 @@ uint32_t debugRequest(const char *keyword, uint32_t mask)
 }
 
 // What each control code of the debug framework does. The outside controls are told of
-// every code handled, except that code 1 is deliberately not passed on to the MLAG control.
+// every code handled, except that code 1 is deliberately not passed on to the MLAG control:
+// the MLAG module has always been left out of "all on", and changing that would change what
+// "debugging all" does to MLAG on switches already in service.
 struct DebugControl {
     uint32_t code;
     uint32_t (*apply)();

@@ -207,7 +207,8 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
             };
             switch (lookupSinglePort(kUserBindPortMessages, parse, portId, name)) {
             case PortLookup::NoMemory:
-                // Recorded for the caller, deliberately never printed.
+                // Recorded for the caller, deliberately never printed: the command has
+                // always been silent here, and a replayed configuration must not stop on it.
                 return ND_ERR_MEMORY_SHORT;
             case PortLookup::Refused:
                 return ND_OK;

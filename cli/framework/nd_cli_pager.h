@@ -9,8 +9,11 @@ namespace ndcli {
 
 class Pager {
 public:
-    // Now: the pager is oriented at once. Later: the listing orients it itself, page by page.
-    enum class Start { Now, Later };
+    // When the pager is first oriented.
+    enum class Start {
+        Now,   // at once
+        Later, // by the listing itself, page by page
+    };
 
     // How the listing is closed. The listings end in different ways and each keeps its own.
     enum class End {

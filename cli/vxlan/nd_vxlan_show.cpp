@@ -162,7 +162,9 @@ uint32_t ndCliVxlanHostShowRecv(const void *record, uint32_t code, uint32_t leng
 
 int32_t ndCliVxlanSuppressionShow(int32_t argc, char **argv)
 {
-    // Tests for five words while reading the sixth: kept as the command has always done.
+    // Tests for five words while reading the sixth: kept as the command has always done, so
+    // "show ipv6 nd suppression vxlan" without an id still sends an id item of 0 and the
+    // service answers it as it always has.
     return runTableShow(kCodeSuppression, 5, ndCliVxlanSuppressionShowRecv, "\nTotal suppression : %d ", argc,
                         argv);
 }
