@@ -9,11 +9,11 @@
 
 namespace ndcli {
 
-// A handler's result is what the shell gets back from it: ND_OK or a status. Some handlers
-// (VXLAN, ISSU) answer a failure they have printed with what printf returned, the length of
-// the text, instead. The shell tells only zero from non-zero, so the two agree on success and
-// failure; the lengths are kept because they are what these commands have always returned to
-// their callers. Printing and returning the length happens here alone.
+// A handler's result is ND_OK or a status. Some handlers (VXLAN, ISSU), and nd_CliParamSet for
+// an item it refuses, answer a failure they have printed with what printf returned, the length
+// of the text, instead: non-zero like a status, so a caller that tests for success still sees
+// the failure. The lengths are kept because they are what these functions have always returned
+// to callers outside the plug-in. Printing and returning the length happens here alone.
 int32_t printedResult(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // How a handler answers a block that could not be initialised.

@@ -28,7 +28,7 @@ bool Request::start(const char *keyword, uint32_t code, const InitFailure &failu
             printf(failure.text, result_);
         break;
     case InitFailure::Answer::PrintedCount:
-        result_ = printf(failure.text, result_);
+        result_ = printedResult(failure.text, result_);
         break;
     case InitFailure::Answer::StatusText:
         nd_CliPrintErrorToVty(status);
