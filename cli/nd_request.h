@@ -72,6 +72,12 @@ private:
     int32_t result_ = 0;
 };
 
+// Defines the handler `name` as run(bound, argc, argv). The commands of one family differ only
+// in what they bind; each keeps the name that its registration and its callers use, and the
+// call is written once here instead of once per command.
+#define ND_CLI_BOUND_HANDLER(name, run, bound) \
+    int32_t name(int32_t argc, char **argv) { return run(bound, argc, argv); }
+
 // A request of one zero word of `itemType`, answered by a renderer or by a status alone.
 int32_t sendZeroWord(int32_t argc, char **argv, uint32_t code, uint32_t itemType);
 

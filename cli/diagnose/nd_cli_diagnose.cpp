@@ -70,25 +70,10 @@ int32_t compareWord(int32_t argc, char **argv, int32_t index, const char *expect
 
 extern "C" {
 
-int32_t ndCliDiagnoseShowGlobal(int32_t argc, char **argv)
-{
-    return sendDiagnose(kGlobal, argc, argv);
-}
-
-int32_t ndCliDiagnoseShowStat(int32_t argc, char **argv)
-{
-    return sendDiagnose(kStat, argc, argv);
-}
-
-int32_t ndCliDiagnoseClearStat(int32_t argc, char **argv)
-{
-    return sendDiagnose(kStat, argc, argv);
-}
-
-int32_t ndCliDiagnoseShowIf(int32_t argc, char **argv)
-{
-    return sendDiagnose(kInterface, argc, argv);
-}
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowGlobal, sendDiagnose, kGlobal)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowStat, sendDiagnose, kStat)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseClearStat, sendDiagnose, kStat)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowIf, sendDiagnose, kInterface)
 
 int32_t ndCliDiagnoseDump(void)
 {

@@ -70,35 +70,12 @@ int32_t runCfgCommand(const VxlanCfgCommand &command, int32_t argc, char **argv)
 
 extern "C" {
 
-int32_t ndCliVxlanTimeoutSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kTimeout, argc, argv);
-}
-
-int32_t ndCliVxlanLimitSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kLimit, argc, argv);
-}
-
-int32_t ndCliVxlanLocalAdvSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kLocalAdv, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kSuppression, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionMissDiscardSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kMissDiscard, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionUnicastFwdSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kUnicastFwd, argc, argv);
-}
+ND_CLI_BOUND_HANDLER(ndCliVxlanTimeoutSet, runCfgCommand, kTimeout)
+ND_CLI_BOUND_HANDLER(ndCliVxlanLimitSet, runCfgCommand, kLimit)
+ND_CLI_BOUND_HANDLER(ndCliVxlanLocalAdvSet, runCfgCommand, kLocalAdv)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionSet, runCfgCommand, kSuppression)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionMissDiscardSet, runCfgCommand, kMissDiscard)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionUnicastFwdSet, runCfgCommand, kUnicastFwd)
 
 } // extern "C"
 
