@@ -45,17 +45,16 @@ uint32_t maskOfKeyword(const char *keyword)
 uint32_t debugRequest(const char *keyword, uint32_t mask)
 {
     ndcli::Request request;
-    uint32_t result = request.init(keyword, ND_CMD_DEBUG);
-    if (result != ND_OK) {
-        printf("nd cli param init failed\n");
-        return result;
-    }
+    if (!request.start(keyword, ND_CMD_DEBUG, ndcli::kInitFailed))
+        return static_cast<uint32_t>(request.result());
     request.add(kItemDebugMask, sizeof mask, &mask, true);
     return request.send();
 }
 
 // What each control code of the debug framework does. The outside controls are told of
-// every code handled, except that code 1 is deliberately not passed on to the MLAG control.
+// every code handled, except that code 1 is deliberately not passed on to the MLAG control:
+// the MLAG module has always been left out of "all on", and changing that would change what
+// "debugging all" does to MLAG on switches already in service.
 struct DebugControl {
     uint32_t code;
     uint32_t (*apply)();

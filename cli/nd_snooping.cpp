@@ -93,10 +93,9 @@ bool isUndo(int32_t argc, char **argv)
 int32_t sendSwitch(int32_t argc, char **argv, uint32_t code)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), code);
-    if (result != ND_OK)
-        return static_cast<int32_t>(result);
-    return static_cast<int32_t>(request.send());
+    if (!request.start(argc, argv, code, ndcli::kInitSilent))
+        return request.result();
+    return request.finish();
 }
 
 } // namespace
@@ -124,20 +123,17 @@ int32_t ndArgProcForVlanSnpEnable(int32_t argc, char **argv)
 {
     ndcli::Request request;
     // This command goes on even when the block could not be initialised.
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_VLAN_ENABLE);
-    if (result != ND_OK)
-        printf("cli param init error %d!\n", static_cast<int32_t>(result));
+    request.start(argc, argv, ND_CMD_SNP_VLAN_ENABLE, ndcli::kInitError);
     const auto vlan = static_cast<uint16_t>(mpsh_get_int_env(kEnvVlanId));
     request.add(kItemVlan, sizeof vlan, &vlan, true);
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 int32_t ndArgProcForSnptrust(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_TRUST);
-    if (result != ND_OK)
-        return static_cast<int32_t>(result);
+    if (!request.start(argc, argv, ND_CMD_SNP_TRUST, ndcli::kInitSilent))
+        return request.result();
     void *current = mpsh_get_env(kEnvPortmap);
     if (!current)
         return ND_OK;
@@ -161,15 +157,14 @@ int32_t ndArgProcForSnptrust(int32_t argc, char **argv)
     }
     request.add(kItemPortId, sizeof portId, &portId, true);
     request.add(kItemIfName, sizeof name, name, true);
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 int32_t ndArgProcForSnpdetect(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_DETECT);
-    if (result != ND_OK)
-        return static_cast<int32_t>(result);
+    if (!request.start(argc, argv, ND_CMD_SNP_DETECT, ndcli::kInitSilent))
+        return request.result();
     uint16_t retransmit = 0;
     uint16_t interval = 0;
     if (!isUndo(argc, argv)) {
@@ -178,7 +173,7 @@ int32_t ndArgProcForSnpdetect(int32_t argc, char **argv)
         request.add(kItemRetransmit, sizeof retransmit, &retransmit, true);
         request.add(kItemInterval, sizeof interval, &interval, true);
     }
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
@@ -193,9 +188,8 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
     memset(name, 0, sizeof name);
 
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_USER_BIND);
-    if (result != ND_OK)
-        return static_cast<int32_t>(result);
+    if (!request.start(argc, argv, ND_CMD_SNP_USER_BIND, ndcli::kInitSilent))
+        return request.result();
 
     if (!isUndo(argc, argv)) {
         inet_pton(kAddressFamilyIpv6, ndcli::textAt(argc, argv, kUbAddressWord), address);
@@ -213,7 +207,8 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
             };
             switch (lookupSinglePort(kUserBindPortMessages, parse, portId, name)) {
             case PortLookup::NoMemory:
-                // Recorded for the caller, deliberately never printed.
+                // Recorded for the caller, deliberately never printed: the command has
+                // always been silent here, and a replayed configuration must not stop on it.
                 return ND_ERR_MEMORY_SHORT;
             case PortLookup::Refused:
                 return ND_OK;
@@ -233,7 +228,7 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
         // No address typed: the all-zero marker item says so to the service.
         request.add(kItemNoAddress, sizeof address, address, true);
     }
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 }

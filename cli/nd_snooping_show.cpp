@@ -10,6 +10,7 @@
 #include "nd_request.h"
 #include "nd_snooping.h"
 #include "render/nd_render.h"
+#include "framework/nd_cli_pager.h"
 #include "framework/nd_cli_record.h"
 
 using ndcli::readAt;
@@ -49,25 +50,6 @@ constexpr uint32_t kTableUbStatic = 2;
 constexpr uint32_t kTableUbDynamic = 3;
 constexpr uint32_t kTableUbDynamicSecondPass = 4;
 
-void printInitFailed()
-{
-    printf("nd cli param init failed\n");
-}
-
-// A request of one zero word, answered by a renderer or by a status alone.
-int32_t sendZeroWord(int32_t argc, char **argv, uint32_t code, uint32_t itemType)
-{
-    ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), code);
-    if (result != ND_OK) {
-        printInitFailed();
-        return static_cast<int32_t>(result);
-    }
-    const uint32_t zero = 0;
-    request.add(itemType, sizeof zero, &zero, true);
-    return static_cast<int32_t>(request.send());
-}
-
 // What tells the two paged listings apart.
 struct PagedTable {
     uint32_t cmdCode;
@@ -97,76 +79,92 @@ template <typename T> void writeAt(uint8_t *bytes, uint32_t offset, T value)
     memcpy(bytes + offset, &value, sizeof value);
 }
 
-// Asks for, prints and accounts one page. The request's context is closed before return.
-PageEnd requestPage(const PagedTable &table, int32_t argc, char **argv, Listing &listing)
-{
-    NdCliParam block;
-    memset(&block, 0, sizeof block);
-    if (nd_CliParamInit(&block, ndcli::firstWord(argc, argv), table.cmdCode) != ND_OK) {
-        printInitFailed();
-        return PageEnd::Abort;
-    }
-    uint8_t query[kPageQueryBytes];
-    writeAt<uint32_t>(query, kQueryKindOffset, listing.tableKind);
-    writeAt<uint16_t>(query, kQueryStartOffset, listing.start);
-    writeAt<uint16_t>(query, kQuerySizeOffset, kPageEntries);
-    writeAt<uint32_t>(query, kQueryZeroOffset, 0);
-    nd_CliParamSet(&block, query, sizeof query, kItemPageQuery, 1);
-
-    ndcli::OwnedContext context(CMF_ClientContextInit(block.serviceName, block.serviceType, block.serviceInstance));
-    if (!context) {
-        printf("CMF ClientContextInit error %d!", 0);
-        return PageEnd::Abort;
-    }
-    uint32_t r = CMF_ClientContextObjSet(context.get(), &block);
-    if (r != 0) {
-        printf("CMF ClientContextObjSet error %d!", static_cast<int32_t>(r));
-        return PageEnd::Finish;
-    }
-    for (uint32_t i = 0; i < block.itemCount && i < ND_CLI_PARAM_ITEM_MAX; ++i) {
-        const NdCliParamItem &item = block.items[i];
-        r = CMF_ClientParamEncode(context.get(), item.type, item.length, item.value);
-        if (r != 0) {
-            printf("CMF ClientParamEncode error %d!", static_cast<int32_t>(r));
-            return PageEnd::Finish;
-        }
-    }
-    r = CMF_ClientRequestSend(context.get());
-    if (r != 0) {
-        printf("cmf request send failed ret %d", static_cast<int32_t>(r));
-        return PageEnd::Finish;
-    }
-    r = CMF_ClientResponseRecv(context.get());
-    if (r != 0 && r != kCmfNoMore) {
-        nd_CliPrintErrorToVty(r);
-        return PageEnd::Finish;
-    }
-    uint32_t code = 0;
+// One page's request and answer. The framework was given the request's block and the payload
+// belongs to the context: the context is closed first, the block outlives it.
+struct Page {
+    ndcli::Request request;
+    ndcli::OwnedContext context;
+    const uint8_t *payload = nullptr;
     uint32_t length = 0;
+};
+
+// Decodes the one item of an answered page.
+PageEnd decodePage(const PagedTable &table, Page &page)
+{
+    uint32_t code = 0;
     void *payload = nullptr;
-    r = CMF_ClientParamDecode(context.get(), &code, &length, &payload);
+    const uint32_t r = CMF_ClientParamDecode(page.context.get(), &code, &page.length, &payload);
     if (r == kCmfNoMore)
         return PageEnd::Finish;
     if (r != 0) {
         printf("cmf param decode error, ret: %d\n", static_cast<int32_t>(r));
         return PageEnd::Finish;
     }
-    if (!payload || length == 0 || code != table.responseCode) {
-        printf("paramVal null paramLen %d\n", static_cast<int32_t>(length));
+    if (!payload || page.length == 0 || code != table.responseCode) {
+        printf("paramVal null paramLen %d\n", static_cast<int32_t>(page.length));
         return PageEnd::Finish;
     }
+    page.payload = static_cast<const uint8_t *>(payload);
+    return PageEnd::Next;
+}
 
-    SHELL_MoreOrientOutput();
-    table.render(payload, length, &listing.rows, &listing.titleShown);
+// Asks the service for the listing's next page. Next when `page` holds it; otherwise the
+// failure has been printed and the result says how the listing ends.
+PageEnd fetchPage(const PagedTable &table, int32_t argc, char **argv, const Listing &listing, Page &page)
+{
+    ndcli::Request &request = page.request;
+    if (!request.start(argc, argv, table.cmdCode, ndcli::kInitFailed))
+        return PageEnd::Abort;
+    uint8_t query[kPageQueryBytes];
+    writeAt<uint32_t>(query, kQueryKindOffset, listing.tableKind);
+    writeAt<uint16_t>(query, kQueryStartOffset, listing.start);
+    writeAt<uint16_t>(query, kQuerySizeOffset, kPageEntries);
+    writeAt<uint32_t>(query, kQueryZeroOffset, 0);
+    request.add(kItemPageQuery, sizeof query, query, true);
+
+    NdCliParam &block = request.block();
+    *page.context.out() = CMF_ClientContextInit(block.serviceName, block.serviceType, block.serviceInstance);
+    if (!page.context) {
+        printf("CMF ClientContextInit error %d!", 0);
+        return PageEnd::Abort;
+    }
+    uint32_t r = CMF_ClientContextObjSet(page.context.get(), &block);
+    if (r != 0) {
+        printf("CMF ClientContextObjSet error %d!", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    r = ndcli::encodeItems(page.context.get(), block);
+    if (r != 0) {
+        printf("CMF ClientParamEncode error %d!", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    r = CMF_ClientRequestSend(page.context.get());
+    if (r != 0) {
+        printf("cmf request send failed ret %d", static_cast<int32_t>(r));
+        return PageEnd::Finish;
+    }
+    r = CMF_ClientResponseRecv(page.context.get());
+    if (r != 0 && r != kCmfNoMore) {
+        nd_CliPrintErrorToVty(r);
+        return PageEnd::Finish;
+    }
+    return decodePage(table, page);
+}
+
+// Prints one page and moves the listing on: Next while pages follow.
+PageEnd showPage(const PagedTable &table, const Page &page, Listing &listing, ndcli::Pager &pager)
+{
+    pager.orient();
+    table.render(page.payload, page.length, &listing.rows, &listing.titleShown);
 
     // A page too short to hold its header cannot say where to go on; it ends the listing.
-    const auto *page = static_cast<const uint8_t *>(payload);
-    const bool last = length < kNdPageHeaderBytes || readAt<uint32_t>(page, kHeaderLastOffset) == kLastPage;
+    const bool last =
+        page.length < kNdPageHeaderBytes || readAt<uint32_t>(page.payload, kHeaderLastOffset) == kLastPage;
     if (!last) {
         // Every page moves the start on, so a pass ends within 65,536 pages. A page that
         // points back at or before its own start would make the listing go round for ever
         // (a pass beyond the 16-bit index wraps to the beginning): the listing fails there.
-        const uint16_t next = readAt<uint16_t>(page, kHeaderNextOffset);
+        const uint16_t next = readAt<uint16_t>(page.payload, kHeaderNextOffset);
         if (next <= listing.start) {
             nd_CliPrintErrorToVty(ND_ERR_OPERATION_FAILED);
             return PageEnd::Finish;
@@ -183,18 +181,30 @@ PageEnd requestPage(const PagedTable &table, int32_t argc, char **argv, Listing 
     return PageEnd::Finish;
 }
 
+// Asks for, prints and accounts one page. The request's context is closed before return.
+PageEnd requestPage(const PagedTable &table, int32_t argc, char **argv, Listing &listing, ndcli::Pager &pager)
+{
+    Page page;
+    const PageEnd fetched = fetchPage(table, argc, argv, listing, page);
+    return fetched == PageEnd::Next ? showPage(table, page, listing, pager) : fetched;
+}
+
 int32_t runListing(const PagedTable &table, int32_t argc, char **argv, uint32_t tableKind, bool secondPass)
 {
     Listing listing = {tableKind, 0, secondPass, 0, 0};
+    // Each page orients the pager before it is printed; the listing closes it once at the end,
+    // unless it was given up before anything was asked.
+    ndcli::Pager pager(ndcli::Pager::Start::Later);
     PageEnd end;
     do {
-        end = requestPage(table, argc, argv, listing);
+        end = requestPage(table, argc, argv, listing, pager);
     } while (end == PageEnd::Next);
-    if (end == PageEnd::Abort)
+    if (end == PageEnd::Abort) {
+        pager.close(ndcli::Pager::End::Nothing);
         return ND_ERR_OPERATION_FAILED;
+    }
     // The page format follows whatever the break check answered.
-    SHELL_MoreBreakOutput();
-    SHELL_MoreFormatOutput();
+    pager.close(ndcli::Pager::End::BreakAndFormat);
     return ND_OK;
 }
 
@@ -204,27 +214,24 @@ extern "C" {
 
 int32_t ndShowNdSnoopingStat(int32_t argc, char **argv)
 {
-    return sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemShow);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemShow);
 }
 
 int32_t ndClearNdSnoopingStat(int32_t argc, char **argv)
 {
-    return sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemClear);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemClear);
 }
 
 int32_t ndClearNdSnoopingDyUbUserBind(int32_t argc, char **argv)
 {
-    return sendZeroWord(argc, argv, ND_CMD_SNP_CLEAR_DYNAMIC, kItemClear);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_CLEAR_DYNAMIC, kItemClear);
 }
 
 int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    uint32_t result = request.init(ndcli::firstWord(argc, argv), ND_CMD_SNP_USER_BIND_ADDR);
-    if (result != ND_OK) {
-        printInitFailed();
-        return static_cast<int32_t>(result);
-    }
+    if (!request.start(argc, argv, ND_CMD_SNP_USER_BIND_ADDR, ndcli::kInitFailed))
+        return request.result();
     const char *text = ndcli::textAt(argc, argv, kObjectWord);
     uint8_t address[16];
     memset(address, 0, sizeof address);
@@ -234,18 +241,15 @@ int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
         return ND_ERR_OPERATION_FAILED;
     }
     request.add(kItemAddress, sizeof address, address, true);
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv)
 {
     ndcli::Request request;
     const char *first = ndcli::firstWord(argc, argv);
-    uint32_t result = request.init(first, ND_CMD_SNP_PREFIX);
-    if (result != ND_OK) {
-        printInitFailed();
-        return static_cast<int32_t>(result);
-    }
+    if (!request.start(first, ND_CMD_SNP_PREFIX, ndcli::kInitFailed))
+        return request.result();
     uint8_t prefix[16];
     memset(prefix, 0, sizeof prefix);
     uint8_t prefixLength = kHostPrefixLength;
@@ -267,7 +271,7 @@ int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv)
         if (argc == kClearPrefixBareWords)
             request.add(kItemNoPrefix, sizeof bare, &bare, true);
     }
-    return static_cast<int32_t>(request.send());
+    return request.finish();
 }
 
 int32_t ndShowNdSnoopingUserBind(int32_t argc, char **argv)

@@ -1,6 +1,7 @@
 // The ISSU host store "ec_nd_host_issu": keeps the VXLAN ND local host table across an
 // in-service upgrade. Open, insert, save and walk are exported for the ND service as well; the
-// hidden diagnose listing and the backup/recover command live here too.
+// printing of one stored entry and the backup/recover command live here too. The hidden
+// diagnose listing that walks the store is with the other diagnose handlers.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,12 +58,6 @@ void addressText(const uint8_t *entry, char (&text)[kAddressTextSize])
     IPAM_Struct2String(address, text);
     text[kAddressTextSize - 1] = '\0';
 }
-
-// Diagnose filter: the index wanted (0: all) and how many entries were shown.
-struct IssuFilter {
-    uint32_t index;
-    uint32_t shown;
-};
 
 // The store stays open for one walk and is closed on every way out of it.
 class IssuStoreGuard {
@@ -168,7 +163,7 @@ int32_t nd_DbmLibIssuHandler(NdDbmLibIssuIterCtx *ctx)
 int32_t ndCliDbmShowIssuCb(const void *entry, void *filter)
 {
     const uint8_t *e = static_cast<const uint8_t *>(entry);
-    IssuFilter *f = static_cast<IssuFilter *>(filter);
+    NdCliIssuFilter *f = static_cast<NdCliIssuFilter *>(filter);
     uint32_t index = u32At(e, kOffIndex);
     if (f->index != 0 && f->index != index)
         return 0;
@@ -192,24 +187,6 @@ int32_t ndCliDbmShowIssuCb(const void *entry, void *filter)
     return 0;
 }
 
-int32_t nd_CliDbmDiagnoseShowIssu(int32_t argc, char **argv)
-{
-    IssuFilter filter = {0, 0};
-    if (argc == 7)
-        filter.index = static_cast<uint32_t>(atoi(argv[4]));
-    SHELL_MoreOrientOutput();
-    NdDbmLibIssuIterCtx ctx = {ndCliDbmShowIssuCb, &filter};
-    int32_t r = nd_DbmLibIssuHandler(&ctx);
-    if (r != 0) {
-        SHELL_MoreFormatOutput();
-        return r;
-    }
-    SHELL_MoreBreakOutput();
-    SHELL_MoreFormatOutput();
-    printf("\nTotal issu host entry: %d", static_cast<int32_t>(filter.shown));
-    return 0;
-}
-
 int32_t ndCliVxlanHostIssu(int32_t argc, char **argv)
 {
     const char *action = ndcli::wordAt(argc, argv, 4);
@@ -220,13 +197,12 @@ int32_t ndCliVxlanHostIssu(int32_t argc, char **argv)
         selector = kIssuRecover;
     else
         return 0;
-    NdCliParam block = {};
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], ND_CMD_VXLAN_HOST);
-    if (r != ND_OK)
-        return printf("cli param init error %d!", static_cast<int32_t>(r));
-    nd_CliParamSet(&block, &selector, sizeof selector, kItemIssuAction, 0);
-    if (ndCliVxlanSetProc(&block, nullptr) != ND_OK)
-        return printf("\nIpv6 nd host has not been backed up!\n");
+    ndcli::Request request;
+    if (!request.start(argc, argv, ND_CMD_VXLAN_HOST, ndcli::kInitErrorPrinted))
+        return request.result();
+    request.add(kItemIssuAction, sizeof selector, &selector, false);
+    if (ndCliVxlanSetProc(&request.block(), nullptr) != ND_OK)
+        return ndcli::printedResult("\nIpv6 nd host has not been backed up!\n");
     return 0;
 }
 

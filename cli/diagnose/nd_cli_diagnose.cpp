@@ -2,11 +2,13 @@
 // dump (command code 29), the service writes "/tmp/.nd_diagnose", and the plug-in pages that
 // file to the terminal and deletes it.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <strings.h>
 
 #include "diagnose/nd_cli_diagnose.h"
 #include "framework/nd_cli_owned.h"
+#include "framework/nd_cli_pager.h"
 #include "nd_request.h"
 
 namespace {
@@ -20,6 +22,10 @@ constexpr uint32_t kKindStat = 4;
 constexpr uint32_t kKindIfNeighbor = 5;
 
 constexpr int32_t kDispatchWord = 3;
+
+// "show diagnose nd vxlan <id> issu host": the only form of the ISSU listing with an index.
+constexpr int32_t kIssuIndexWords = 7;
+constexpr int32_t kIssuIndexWord = 4;
 constexpr size_t kLineSize = 1024;
 
 // What one diagnose request sends: the kind, chosen by an optional fifth word, and for the
@@ -39,23 +45,18 @@ constexpr DiagnoseRequest kInterface = {kKindNone, "neighbor", strcasecmp, kKind
 
 int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
 {
-    NdCliParam block = {};
+    ndcli::Request exchange;
+    if (!exchange.start(argc, argv, ND_CMD_DIAGNOSE, ndcli::kInitStatusText))
+        return exchange.result();
     uint32_t kind = request.defaultKind;
-    uint32_t second = 0;
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], ND_CMD_DIAGNOSE);
-    if (r == ND_OK) {
-        if (request.qualifier && argc == 5 && argv[4] && request.compare(argv[4], request.qualifier) == 0)
-            kind = request.qualifiedKind;
-        nd_CliParamSet(&block, &kind, sizeof kind, kItemDiagnoseKind, 1);
-        if (request.secondValue)
-            nd_CliParamSet(&block, &second, sizeof second, kItemSecondValue, 1);
-        r = ndCliParamProc(&block);
-    }
-    if (r != ND_OK) {
-        nd_CliPrintErrorToVty(r);
-        return static_cast<int32_t>(r);
-    }
-    return 0;
+    const uint32_t second = 0;
+    const char *qualifier = argc == 5 ? ndcli::wordAt(argc, argv, 4) : nullptr;
+    if (request.qualifier && qualifier && request.compare(qualifier, request.qualifier) == 0)
+        kind = request.qualifiedKind;
+    exchange.add(kItemDiagnoseKind, sizeof kind, &kind, true);
+    if (request.secondValue)
+        exchange.add(kItemSecondValue, sizeof second, &second, true);
+    return exchange.finish();
 }
 
 // A missing word compares unequal to everything.
@@ -69,43 +70,29 @@ int32_t compareWord(int32_t argc, char **argv, int32_t index, const char *expect
 
 extern "C" {
 
-int32_t ndCliDiagnoseShowGlobal(int32_t argc, char **argv)
-{
-    return sendDiagnose(kGlobal, argc, argv);
-}
-
-int32_t ndCliDiagnoseShowStat(int32_t argc, char **argv)
-{
-    return sendDiagnose(kStat, argc, argv);
-}
-
-int32_t ndCliDiagnoseClearStat(int32_t argc, char **argv)
-{
-    return sendDiagnose(kStat, argc, argv);
-}
-
-int32_t ndCliDiagnoseShowIf(int32_t argc, char **argv)
-{
-    return sendDiagnose(kInterface, argc, argv);
-}
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowGlobal, sendDiagnose, kGlobal)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowStat, sendDiagnose, kStat)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseClearStat, sendDiagnose, kStat)
+ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowIf, sendDiagnose, kInterface)
 
 int32_t ndCliDiagnoseDump(void)
 {
     ndcli::OwnedFile file(__UMV2L_fopen(kNdCliDiagnoseFile, "r"));
     if (!file.get())
         return 0;
-    SHELL_MoreOrientOutput();
+    ndcli::Pager pager;
     printf("\n");
     char line[kLineSize];
     while (__UMV2L_fgets(line, sizeof line, file.get())) {
         printf("%s", line);
-        if (SHELL_MoreBreakOutput() != 0)
+        if (pager.quit())
             break;
     }
     // The dump is gone once shown, also when the operator quit the pager early.
     file.close();
     __UMV2L_unlink(kNdCliDiagnoseFile);
-    return SHELL_MoreFormatOutput();
+    // Every line has asked the break question already.
+    return pager.close(ndcli::Pager::End::FormatOnly);
 }
 
 int32_t ndCliDiagnoseShow(int32_t argc, char **argv)
@@ -129,6 +116,24 @@ int32_t ndCliDiagnoseClear(int32_t argc, char **argv)
     if (r != 0)
         return r;
     return ndCliDiagnoseClearStat(argc, argv);
+}
+
+int32_t nd_CliDbmDiagnoseShowIssu(int32_t argc, char **argv)
+{
+    NdCliIssuFilter filter = {0, 0};
+    if (argc == kIssuIndexWords)
+        filter.index = static_cast<uint32_t>(atoi(ndcli::textAt(argc, argv, kIssuIndexWord)));
+    ndcli::Pager pager;
+    NdDbmLibIssuIterCtx ctx = {ndCliDbmShowIssuCb, &filter};
+    int32_t r = nd_DbmLibIssuHandler(&ctx);
+    if (r != 0) {
+        // A store that would not open ends the listing without the break check.
+        pager.close(ndcli::Pager::End::FormatOnly);
+        return r;
+    }
+    pager.close(ndcli::Pager::End::BreakAndFormat);
+    printf("\nTotal issu host entry: %d", static_cast<int32_t>(filter.shown));
+    return 0;
 }
 
 int32_t ndCliDiagnoseIssuShow(int32_t argc, char **argv)

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "framework/nd_cli_owned.h"
-#include "nd_cli_internal.h"
+#include "nd_request.h"
 
 namespace {
 
@@ -79,13 +79,10 @@ extern "C" uint32_t ndCliParamProc(NdCliParam *block)
         printf("CMF ClientContextObjSet error %d!", static_cast<int32_t>(r));
         return ND_ERR_OPERATION_FAILED;
     }
-    for (uint32_t i = 0; i < block->itemCount && i < ND_CLI_PARAM_ITEM_MAX; ++i) {
-        const NdCliParamItem &item = block->items[i];
-        r = CMF_ClientParamEncode(context.get(), item.type, item.length, item.value);
-        if (r != 0) {
-            printf("CMF ClientParamEncode error %d!", static_cast<int32_t>(r));
-            return ND_ERR_OPERATION_FAILED;
-        }
+    r = ndcli::encodeItems(context.get(), *block);
+    if (r != 0) {
+        printf("CMF ClientParamEncode error %d!", static_cast<int32_t>(r));
+        return ND_ERR_OPERATION_FAILED;
     }
     return ndCmfSendAndRev(context.get());
 }

@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <strings.h>
 
-#include "nd_cli_internal.h"
+#include "nd_request.h"
 
 namespace {
 
@@ -35,9 +35,9 @@ extern "C" uint32_t nd_CliParamSet(NdCliParam *block, const void *value, uint32_
                                    uint32_t consumes)
 {
     if (!block || !value)
-        return static_cast<uint32_t>(printf("cli param set, param null\n"));
+        return static_cast<uint32_t>(ndcli::printedResult("cli param set, param null\n"));
     if (block->itemCount >= ND_CLI_PARAM_ITEM_MAX)
-        return static_cast<uint32_t>(printf("cli param set, param full\n"));
+        return static_cast<uint32_t>(ndcli::printedResult("cli param set, param full\n"));
     NdCliParamItem &item = block->items[block->itemCount];
     item.type = type;
     item.length = length;

@@ -52,7 +52,8 @@ constexpr StatLayout<20> kFwdLayout = {
     "",
 };
 
-// The last two counters are printed in the reverse of their record order, on purpose.
+// The last two counters are printed in the reverse of their record order, on purpose: the
+// listing has always had this line order, and operators' scripts read its lines by position.
 constexpr StatLayout<14> kSnpLayout = {
     "\n      Statistics for member:%d nd snooping:\n",
     "\n      Statistics for nd snooping:\n",
@@ -140,7 +141,8 @@ template <uint32_t R, size_t N> void renderStats(const StatLayout<N> &layout, co
         auto *node = static_cast<NdCliStatNode<R> *>(__UMV2L_malloc(NdCliStatNode<R>::kAllocBytes));
         if (!node) {
             // The nodes collected so far are deliberately left allocated and nothing is
-            // printed: the renderer gives up at once.
+            // printed: the renderer gives up at once. Kept rather than mended into a partial
+            // listing, which a script parsing the output would take for a whole one.
             if (layout.allocFailFormat)
                 printf("%s", layout.allocFailFormat);
             return;

@@ -84,7 +84,8 @@ void ndCliShowUbInfo(const void *payload, uint32_t length, uint32_t *rows, uint8
         printRule(116);
         *titleShown = 1;
     }
-    // Kept from row to row: a failed name lookup shows what the previous row left.
+    // Kept from row to row: a failed name lookup shows what the previous row left. The column
+    // is never blank, which the scripts that split these rows into fields rely on.
     char portName[kPortNameBytes];
     memset(portName, 0, sizeof portName);
     forEachPageRecord(payload, length, kNdUbEntryBytes, [&](const uint8_t *entry) {
@@ -128,7 +129,8 @@ void ndCliShowProxyAddr(const void *payload, uint32_t length)
         return;
     printf("\n      %-40s%-40s%-20s\n", "begin-address", "end-address", "module-name");
     printf("\n");
-    // Kept from row to row: a failed lookup shows what the previous row left.
+    // Kept from row to row: a failed lookup shows what the previous row left, as the
+    // user-bind table does, for the same scripts.
     char moduleName[kModuleNameBytes];
     memset(moduleName, 0, sizeof moduleName);
     uint32_t remaining = length;

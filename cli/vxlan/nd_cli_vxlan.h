@@ -61,10 +61,17 @@ void ndCliVxlanSuppressDelJob(uintptr_t a1, uintptr_t a2, void *record);
 void ndCliVxlanNbrEntryAddJob(uintptr_t a1, uintptr_t a2, void *record);
 void ndCliVxlanNbrEntryDelJob(uintptr_t a1, uintptr_t a2, void *record);
 
+// What the ISSU diagnose listing asks of the store's walk: the index wanted (0: all) and how
+// many entries were shown.
+struct NdCliIssuFilter {
+    uint32_t index;
+    uint32_t shown;
+};
+
 /* ISSU backup and recovery command, and the store's internals */
 int32_t ndCliVxlanHostIssu(int32_t argc, char **argv);
 int32_t ndDbmLibIssuIterateKeyCb(DBM_HANDLE handle, const void *key, uint16_t keyLen, void *context);
-int32_t ndCliDbmShowIssuCb(const void *entry, void *filter);
+int32_t ndCliDbmShowIssuCb(const void *entry, void *filter); // filter: NdCliIssuFilter
 
 }
 

@@ -38,32 +38,31 @@ uint32_t valueWord(NdCliParam &block, const VxlanCfgCommand &command, int32_t ar
 {
     const char *first = ndcli::wordAt(argc, argv, static_cast<int32_t>(block.argIndex));
     block.argIndex += first && strcasecmp(first, "ipv6") == 0 ? kWordsWithIpv6 : kWordsWithoutIpv6;
-    if (static_cast<int32_t>(block.argIndex) >= argc)
+    const char *value = ndcli::wordAt(argc, argv, static_cast<int32_t>(block.argIndex));
+    if (!value)
         return block.optKind == ND_CLI_OPT_UNDO ? command.undoDefault : 0;
     if (block.optKind != ND_CLI_OPT_SET)
         return 0;
-    return static_cast<uint32_t>(atoi(argv[block.argIndex]));
+    return static_cast<uint32_t>(atoi(value));
 }
 
+// Failures after the request was sent are printed and the handler still answers 0.
 int32_t runCfgCommand(const VxlanCfgCommand &command, int32_t argc, char **argv)
 {
-    NdCliParam block = {};
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], command.code);
-    if (r != ND_OK)
-        return printf("cli param init error %d!", static_cast<int32_t>(r));
-    if (gnl_mem_state() != 0 && block.optKind == ND_CLI_OPT_SET)
-        return printf("\n%% Memory short, Can't configure this command, please try later");
+    ndcli::Request request;
+    if (!request.start(argc, argv, command.code, ndcli::kInitErrorPrinted))
+        return request.result();
+    if (gnl_mem_state() != 0 && request.block().optKind == ND_CLI_OPT_SET)
+        return ndcli::printedResult("\n%% Memory short, Can't configure this command, please try later");
 
     uint32_t vxlanId = static_cast<uint32_t>(mpsh_get_int_env(kEnvVxlanId));
-    nd_CliParamSet(&block, &vxlanId, sizeof vxlanId, kItemVxlanId, 0);
+    request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     uint32_t value = 0;
     if (command.valueItem != 0) {
-        value = valueWord(block, command, argc, argv);
-        nd_CliParamSet(&block, &value, sizeof value, command.valueItem, 1);
+        value = valueWord(request.block(), command, argc, argv);
+        request.add(command.valueItem, sizeof value, &value, true);
     }
-    r = ndCliVxlanSetProc(&block, nullptr);
-    if (r != ND_OK)
-        nd_CliPrintErrorToVty(r);
+    request.sendVxlan(nullptr);
     return 0;
 }
 
@@ -71,35 +70,12 @@ int32_t runCfgCommand(const VxlanCfgCommand &command, int32_t argc, char **argv)
 
 extern "C" {
 
-int32_t ndCliVxlanTimeoutSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kTimeout, argc, argv);
-}
-
-int32_t ndCliVxlanLimitSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kLimit, argc, argv);
-}
-
-int32_t ndCliVxlanLocalAdvSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kLocalAdv, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kSuppression, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionMissDiscardSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kMissDiscard, argc, argv);
-}
-
-int32_t ndCliVxlanSuppressionUnicastFwdSet(int32_t argc, char **argv)
-{
-    return runCfgCommand(kUnicastFwd, argc, argv);
-}
+ND_CLI_BOUND_HANDLER(ndCliVxlanTimeoutSet, runCfgCommand, kTimeout)
+ND_CLI_BOUND_HANDLER(ndCliVxlanLimitSet, runCfgCommand, kLimit)
+ND_CLI_BOUND_HANDLER(ndCliVxlanLocalAdvSet, runCfgCommand, kLocalAdv)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionSet, runCfgCommand, kSuppression)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionMissDiscardSet, runCfgCommand, kMissDiscard)
+ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionUnicastFwdSet, runCfgCommand, kUnicastFwd)
 
 } // extern "C"
 

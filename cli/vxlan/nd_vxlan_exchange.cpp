@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "framework/nd_cli_owned.h"
+#include "nd_request.h"
 #include "vxlan/nd_cli_vxlan.h"
 
 namespace {
@@ -69,11 +70,8 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
     memcpy(&snapshot, block, sizeof snapshot);
 
     for (uint32_t responses = 1;; ++responses) {
-        for (uint32_t i = 0; i < block->itemCount && i < ND_CLI_PARAM_ITEM_MAX; ++i) {
-            const NdCliParamItem &item = block->items[i];
-            if (CMF_ClientParamEncode(context, item.type, item.length, item.value) != 0)
-                return ND_ERR_CMF_ENCODE;
-        }
+        if (ndcli::encodeItems(context, *block) != 0)
+            return ND_ERR_CMF_ENCODE;
         uint32_t r = CMF_ClientRequestSend(context);
         if (r != 0)
             return r;

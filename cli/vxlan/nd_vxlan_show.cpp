@@ -7,6 +7,7 @@
 #include <strings.h>
 
 #include "vxlan/nd_cli_vxlan.h"
+#include "framework/nd_cli_pager.h"
 #include "framework/nd_cli_record.h"
 #include "nd_request.h"
 
@@ -89,23 +90,21 @@ int32_t numberWord(int32_t argc, char **argv, int32_t index)
 int32_t runTableShow(uint32_t code, int32_t minArgs, NdCliVxlanRenderFn render, const char *totalFormat,
                      int32_t argc, char **argv)
 {
-    NdCliParam block = {};
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], code);
-    if (r != ND_OK)
-        return printf("cli param init error %d!", static_cast<int32_t>(r));
+    ndcli::Request request;
+    if (!request.start(argc, argv, code, ndcli::kInitErrorPrinted))
+        return request.result();
     uint32_t vxlanId = 0;
     if (argc >= minArgs) {
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, kVxlanIdWord));
-        nd_CliParamSet(&block, &vxlanId, sizeof vxlanId, kItemVxlanId, 0);
+        request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     }
-    SHELL_MoreOrientOutput();
-    r = ndCliVxlanSetProc(&block, render);
+    ndcli::Pager pager;
+    const uint32_t r = ndCliVxlanSetProc(&request.block(), render);
     gNdCliTitleShowed = 0;
     if (r != ND_OK)
         nd_CliPrintErrorToVty(r);
-    SHELL_MoreBreakOutput();
-    SHELL_MoreFormatOutput();
-    return printf(totalFormat, static_cast<int32_t>(block.decodedCount));
+    pager.close(ndcli::Pager::End::BreakAndFormat);
+    return ndcli::printedResult(totalFormat, static_cast<int32_t>(request.block().decodedCount));
 }
 
 } // namespace
@@ -163,7 +162,9 @@ uint32_t ndCliVxlanHostShowRecv(const void *record, uint32_t code, uint32_t leng
 
 int32_t ndCliVxlanSuppressionShow(int32_t argc, char **argv)
 {
-    // Tests for five words while reading the sixth: kept as the command has always done.
+    // Tests for five words while reading the sixth: kept as the command has always done, so
+    // "show ipv6 nd suppression vxlan" without an id still sends an id item of 0 and the
+    // service answers it as it always has.
     return runTableShow(kCodeSuppression, 5, ndCliVxlanSuppressionShowRecv, "\nTotal suppression : %d ", argc,
                         argv);
 }
@@ -175,25 +176,22 @@ int32_t ndCliVxlanHostShow(int32_t argc, char **argv)
 
 int32_t ndCliVxlanHostclear(int32_t argc, char **argv)
 {
-    NdCliParam block = {};
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], kCodeHost);
-    if (r != ND_OK)
-        return printf("cli param init error %d!", static_cast<int32_t>(r));
+    ndcli::Request request;
+    if (!request.start(argc, argv, kCodeHost, ndcli::kInitErrorPrinted))
+        return request.result();
     uint32_t vxlanId = 0;
     const char *id = ndcli::wordAt(argc, argv, kVxlanIdWord);
     if (!id || strcmp(id, "all") != 0) {
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, kVxlanIdWord));
-        nd_CliParamSet(&block, &vxlanId, sizeof vxlanId, kItemVxlanId, 0);
+        request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     }
     uint8_t address[16];
     memset(address, 0, sizeof address);
     if (argc >= 7) {
-        inet_pton(AF_INET6, argv[argc - 1], address);
-        nd_CliParamSet(&block, address, sizeof address, kItemHostAddress, 0);
+        inet_pton(AF_INET6, ndcli::textAt(argc, argv, argc - 1), address);
+        request.add(kItemHostAddress, sizeof address, address, false);
     }
-    r = ndCliVxlanSetProc(&block, ndCliVxlanHostShowRecv);
-    if (r != ND_OK)
-        nd_CliPrintErrorToVty(r);
+    request.sendVxlan(ndCliVxlanHostShowRecv);
     return 0;
 }
 
@@ -210,16 +208,12 @@ int32_t nd_CliVxlanDiagnoseShowVxlan(int32_t argc, char **argv)
         else if (kind && strcasecmp(kind, "mac") == 0)
             selector = 2;
     }
-    NdCliParam block = {};
-    uint32_t r = nd_CliParamInit(&block, argv[block.argIndex], ND_CMD_DIAGNOSE);
-    if (r != ND_OK)
-        return printf("cli param init error %d!", static_cast<int32_t>(r));
-    nd_CliParamSet(&block, &selector, sizeof selector, kItemDiagnoseKind, 1);
-    nd_CliParamSet(&block, &vxlanId, sizeof vxlanId, kItemDiagnoseId, 1);
-    r = ndCliVxlanSetProc(&block, nullptr);
-    if (r != ND_OK)
-        nd_CliPrintErrorToVty(r);
-    return static_cast<int32_t>(r);
+    ndcli::Request request;
+    if (!request.start(argc, argv, ND_CMD_DIAGNOSE, ndcli::kInitErrorPrinted))
+        return request.result();
+    request.add(kItemDiagnoseKind, sizeof selector, &selector, true);
+    request.add(kItemDiagnoseId, sizeof vxlanId, &vxlanId, true);
+    return static_cast<int32_t>(request.sendVxlan(nullptr));
 }
 
 } // extern "C"

@@ -168,10 +168,12 @@ public:
     // Parses and merges one registration. On a malformed definition nothing is merged and the
     // parse result (with the error position) is returned.
     DefParseResult add(std::string_view definition, SHELL_CMD_FN fn);
-    void clear();
+    void clear(); // forgets every registration
     size_t registrations() const; // merged so far
 
+    // The handler and words of a typed line in a mode, or why it matches none.
     MatchResult match(CliMode mode, std::string_view line) const;
+    // What may follow a partly typed line in a mode.
     Completion complete(CliMode mode, std::string_view partialLine) const;
 
     struct Impl;
@@ -189,9 +191,9 @@ struct DefinitionError {
     size_t position = 0;
     std::string error;
 };
-std::vector<DefinitionError> definition_errors();
-MatchResult match_line(CliMode mode, std::string_view line);
-Completion complete_line(CliMode mode, std::string_view partialLine);
+std::vector<DefinitionError> definition_errors(); // copies, in registration order
+MatchResult match_line(CliMode mode, std::string_view line);           // match() of the platform's tree
+Completion complete_line(CliMode mode, std::string_view partialLine); // complete() of the platform's tree
 size_t registered_commands(); // registrations merged into the platform's tree
 
 } // namespace ndplat

@@ -23,9 +23,11 @@ struct ListPosition {
 // One open database. Results follow the DBM_* conventions of ndplat_dbm.h.
 class Connection {
 public:
-    virtual ~Connection() = default;
+    virtual ~Connection() = default; // closes the database
     // The keys of every record of the value type, ascending; false on a storage failure.
     virtual bool keys(uint32_t valueType, std::vector<Bytes> &out) = 0;
+    // What DBM_GetLen, DBM_GetUniqueBinary, DBM_SetUniqueBinary, DBM_Delete,
+    // DBM_AddToSortList and DBM_DelFromSortList return for the same arguments.
     virtual int32_t length(const Bytes &key) = 0;
     virtual int32_t read(const Bytes &key, void *buf, uint32_t bufLen) = 0;
     virtual int32_t write(const Bytes &key, uint32_t valueType, const void *value, uint32_t length) = 0;
@@ -54,6 +56,7 @@ public:
     virtual std::unique_ptr<Connection> open(const std::string &db, std::string *why = nullptr) = 0;
     // Copies every database into the directory `dir` (relative to the state directory).
     virtual int32_t save(const std::string &dir) = 0;
+    // The value of `key` in db as the last save into `dir` stored it; empty when none.
     virtual std::optional<Bytes> savedValue(const std::string &dir, const std::string &db, const Bytes &key) = 0;
     // Forgets every database (only the memory storage has something to forget).
     virtual void clear() = 0;
@@ -62,13 +65,13 @@ public:
     virtual bool check(const std::string &db) = 0;
 };
 
-Storage &memoryStorage();
+Storage &memoryStorage();  // the process-wide in-memory storage
 Storage *sqliteStorage(); // null where SQLite is not built in
 
 // Checks a relative directory given to DBM_Save ("/flash" -> "flash"); false when it leaves
 // the state directory or is empty.
 bool relativeDir(const char *path, std::string &out);
-bool validName(const std::string &db);
+bool validName(const std::string &db); // a database name that is safe as a file name
 
 // A storage found the database damaged (a corrupt page, a file that is no database, a failed
 // integrity check): remembered for the process and logged once on stderr.

@@ -28,7 +28,7 @@ struct NdModulesState {
     uint32_t proxyCalls;          // calls of shell_nd6_proxy
 };
 
-NdModulesState nd_modules_state();
+NdModulesState nd_modules_state(); // a copy of the state now
 
 } // namespace ndplat
 

@@ -22,7 +22,7 @@ void trace_call(const char *name); // a call without arguments
 void trace_call(const char *name, const char *argFormat, ...) __attribute__((format(printf, 2, 3)));
 std::vector<std::string> trace();                    // every line since the last clear
 std::vector<std::string> trace_of(const char *name); // the lines of one function
-void trace_clear();
+void trace_clear();                                  // forgets every line kept so far
 void trace_echo(FILE *stream);                       // also print each line as it happens; null: off
 // Whether lines are kept for trace(): on by default, for tests. A long-running shell or
 // service turns it off, so that the trace neither grows without bound nor costs a formatting
@@ -37,7 +37,7 @@ std::string trace_str(const char *s);
 // their work (for functions returning a pointer, value 0 returns null); with `skip`, that
 // many calls go through first.
 void fault_inject(const std::string &name, int64_t value, uint32_t count = 1, uint32_t skip = 0);
-void fault_clear();
+void fault_clear(); // forgets every injection still due
 // Called by a platform function on entry: the injected value, if one is due.
 std::optional<int64_t> fault_next(const char *name);
 // Parses "FUNC=VALUE" or "FUNC=VALUExN" (the shell's --fault option). False on a bad text.
@@ -72,6 +72,7 @@ struct NotifyRegistration {
     NOTIFY_FN fn;
     uint32_t a7;
 };
+// Copies of the registrations made since the last reset, in the order they were made.
 std::vector<CmdRegistration> cmd_registrations();
 std::vector<ScriptRegistration> script_registrations();
 std::vector<DebugRegistration> debug_registrations();
@@ -81,14 +82,14 @@ void notify_raise(uint32_t event, uint32_t subevent, uint32_t arg3, uint32_t arg
 // Extension point of the command language: called for each registered definition; a non-zero
 // result is what SHELL_CmdRegByModule / cmd_register return.
 using CmdRegistrationSink = uint32_t (*)(const CmdRegistration &registration);
-void cmd_registration_sink_set(CmdRegistrationSink sink);
+void cmd_registration_sink_set(CmdRegistrationSink sink); // null: registrations are only recorded
 
 // ---- log --------------------------------------------------------------------------------
 struct LogRecord {
     uint32_t module, a2, a3, level;
     std::string text;
 };
-std::vector<LogRecord> log_records();
+std::vector<LogRecord> log_records(); // copies of the records sent since the last reset
 void log_echo(FILE *stream); // also print each record as it is sent; null: off
 
 // ---- message framework ---------------------------------------------------------------------
@@ -97,7 +98,7 @@ struct CmfItem {
     uint32_t length = 0;
     std::vector<uint8_t> bytes; // a copy of the value; empty for a null value
 
-    static CmfItem of(uint32_t type, const void *value, uint32_t length);
+    static CmfItem of(uint32_t type, const void *value, uint32_t length); // copies the value
     static CmfItem u32(uint32_t type, uint32_t value); // 4 bytes in host order
     uint32_t as_u32() const;                           // first 4 bytes in host order
 };
@@ -130,21 +131,24 @@ public:
     virtual ~CmfTransport() = default;
     // Opens the connection of a new context; false when the service cannot be reached.
     virtual bool open(void **connection) = 0;
+    // Sends one request and waits for its answer; 0, or the framework status of the failure.
     virtual uint32_t send(void *connection, const CmfRequest &request, uint32_t timeout) = 0;
+    // The next answer into `response`; 0, or the framework status of the failure.
     virtual uint32_t receive(void *connection, CmfResponse &response, uint32_t timeout) = 0;
+    // Releases what open() made; the connection is not used again.
     virtual void close(void *connection) = 0;
 };
 void cmf_transport_set(CmfTransport *transport); // null: in process
 
 using CmfResponder = std::function<CmfResponse(const CmfRequest &)>;
-void cmf_responder_set(CmfResponder responder);
+void cmf_responder_set(CmfResponder responder); // answers what no script answers; empty: none
 void cmf_script(const CmfResponse &response); // answers the next request not yet answered
 std::vector<CmfRequest> cmf_requests();       // every request sent, in order
 long cmf_open_contexts();                     // opened and not yet closed
 // Responses that never came from the service (unreachable, connection closed, timeout,
 // malformed answer) or that it answered "busy" (17), counted since the process started.
 unsigned long service_failures();
-std::vector<std::pair<std::string, CMF_SERVICE_ADDR>> cmf_services();
+std::vector<std::pair<std::string, CMF_SERVICE_ADDR>> cmf_services(); // CMF_ClientServiceReg calls
 
 // ---- service control ---------------------------------------------------------------------
 // States of DCM_Query: 0, 1 and 4 mean that the service process must be started.
@@ -170,7 +174,7 @@ struct ShellHooks {
     int32_t (*moreFormat)();
     int32_t (*consoleRsp)(const char *question);
 };
-void shell_hooks_set(const ShellHooks *hooks);
+void shell_hooks_set(const ShellHooks *hooks); // kept, not copied; null: the scripted behaviour
 void pager_quit_after(int32_t breakCalls); // the Nth SHELL_MoreBreakOutput and later say quit; <0 never
 void console_answer(int32_t answer);       // queued answer of the next GetConsoleRsp
 
@@ -184,7 +188,7 @@ void reset();
 
 // Hooks of the platform's own parts into reset(): each part clears its state.
 using ResetFn = void (*)();
-void on_reset(ResetFn fn);
+void on_reset(ResetFn fn); // fn runs on every later reset()
 
 } // namespace ndplat
 

@@ -87,6 +87,8 @@
 
 #include "nd_platform.h"
 
+// Database functions the plug-in does not import, for the service; results follow the DBM_*
+// conventions of nd_platform.h (0 on success).
 extern "C" {
 int32_t DBM_Delete(DBM_HANDLE h, const void *key, uint16_t keyLen);
 int32_t DBM_AddToSortList(DBM_HANDLE h, const void *key, uint16_t keyLen, uint32_t valueType,
@@ -103,15 +105,15 @@ class Connection;
 
 enum class DbmStorage { Memory, Sqlite };
 
-bool dbm_storage_available(DbmStorage storage);
+bool dbm_storage_available(DbmStorage storage); // false: not built in
 // Selects the storage of the databases opened from now on; false when it is not built in.
 bool dbm_storage_set(DbmStorage storage);
-DbmStorage dbm_storage();
+DbmStorage dbm_storage(); // the storage selected now
 
 // The state directory: the one set here, else $NDSIM_STATE, else ./ndsim-state. An empty
 // text returns to the environment's choice. The directory is created when first needed.
 void dbm_state_dir_set(const std::string &dir);
-std::string dbm_state_dir();
+std::string dbm_state_dir(); // the state directory now in force
 
 // Handles opened and not closed, iterators created and not freed (leak checks of the tests).
 long dbm_open_handles();
@@ -152,7 +154,7 @@ std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db, std::stri
 
 // Mutexes created and not destroyed; destroys one that is no longer in use (tests only).
 long sem_live();
-void sem_destroy(GNL_SEM sem);
+void sem_destroy(GNL_SEM sem); // null is ignored
 
 } // namespace ndplat
 

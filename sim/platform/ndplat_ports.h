@@ -30,7 +30,7 @@ struct PortInfo {
 // left out. The layout after a reset is 1 member, 1 slot, 24 ports and 32 aggregations.
 void ports_layout_set(uint32_t members, uint32_t slots, uint32_t portsPerSlot, uint32_t aggregations);
 
-std::vector<PortInfo> ports_all();
+std::vector<PortInfo> ports_all(); // a copy of every port of the inventory
 // The port of a full or short name ("gigabitethernet0/1", "ge0/1", "link-aggregation3",
 // "ag3"; letters in any case, blanks between name and number allowed); 0 when unknown.
 int32_t port_id(const std::string &name);

@@ -58,6 +58,7 @@ constexpr uint32_t kDefaultTimeoutUnits = 20; // a context whose timeout was nev
 constexpr uint32_t kWireRefusalReasonItem = 1;
 
 // ---- framing -------------------------------------------------------------------------------
+// Encode a message body (without the length prefix); nothing can fail.
 std::vector<uint8_t> wire_encode_request(const CmfRequest &request);
 std::vector<uint8_t> wire_encode_response(const CmfResponse &response);
 // Decode a message body (without the length prefix). False on any malformed or truncated
@@ -78,8 +79,8 @@ FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs);
 
 // ---- places --------------------------------------------------------------------------------
 std::string state_dir();                                   // $NDSIM_STATE, else ./ndsim-state
-std::string service_socket_path(const std::string &stateDir);
-std::string service_pid_path(const std::string &stateDir);
+std::string service_socket_path(const std::string &stateDir); // the service's socket in stateDir
+std::string service_pid_path(const std::string &stateDir);    // the file holding its pid
 // Held (flock) by the one ndsvc of a state directory for as long as it runs; holds its pid.
 std::string service_lock_path(const std::string &stateDir);
 // Where a started ndsvc writes its messages (standard error), appended to, owner-only.
@@ -170,17 +171,18 @@ public:
     // the limit, or from a peer whose user is neither this process's nor root, is answered
     // a refusal and closed, with one line on stderr.
     void serve(const ServiceHandler &handler);
-    void stop();
+    void stop(); // asks serve() to return; safe from another thread
     // Removes the socket file, when it is still the one that listen() made.
     void unlink_socket();
-    const std::string &path() const { return path_; }
-    long active_connections() const { return activeConnections_.load(); }
+    const std::string &path() const { return path_; }                    // the socket listened on
+    long active_connections() const { return activeConnections_.load(); } // being served now
 
 private:
     // Serves fd on a thread of its own (true), or answers a refusal (false: fd is the caller's).
     bool admit(int fd, uint64_t id, const ServiceHandler &handler);
     // Answers the refusal on fd, which stays open, and logs it.
     void refuse(int fd, const std::string &reason);
+    // Answers the requests of one connection until it closes; closes fd.
     void serveConnection(int fd, uint64_t id, const ServiceHandler &handler);
 
     int listenFd_ = -1;

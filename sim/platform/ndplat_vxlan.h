@@ -23,8 +23,8 @@ struct Vxport {
     uint16_t svlan = 0;
     uint16_t cvlan = 0;
 };
-void vxport_set(uint32_t portIndex, const Vxport &port);
-void vxport_remove(uint32_t portIndex);
+void vxport_set(uint32_t portIndex, const Vxport &port); // what VXLAN_GetVxportBasicInfo answers
+void vxport_remove(uint32_t portIndex);                  // the port is unknown again
 
 // ---- memory state (gnl_mem_state) ----------------------------------------------------------
 void mem_state_set(int32_t state); // non-zero: memory short
@@ -39,7 +39,7 @@ void vxlan_work_drain();
 uint64_t vxlan_work_jobs_run();
 // Holds the worker before its next job until released (to observe a queue that is not empty).
 void vxlan_work_pause(bool paused);
-size_t vxlan_work_pending();
+size_t vxlan_work_pending(); // jobs queued and not yet run
 
 // ---- ND library tables -------------------------------------------------------------------
 // Suppression hosts (52-byte records) keyed by VXLAN id and host address; remote neighbours
@@ -49,9 +49,9 @@ using SuppressionRecord = std::array<uint8_t, 52>;
 using RemoteNbrRecord = std::array<uint8_t, 64>;
 std::vector<SuppressionRecord> nd_suppression_hosts(); // in key order
 std::vector<RemoteNbrRecord> nd_remote_nbrs();         // in key order
-size_t nd_suppression_host_count();
+size_t nd_suppression_host_count(); // entries now held
 size_t nd_remote_nbr_count();
-void nd_vxlan_tables_clear();
+void nd_vxlan_tables_clear(); // empties both tables
 
 // ---- files (__UMV2L_fopen, __UMV2L_unlink) -------------------------------------------------
 // The directory that stands for "/" of the switch's file system; empty (the default and after

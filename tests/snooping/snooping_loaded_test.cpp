@@ -1,31 +1,10 @@
 // The ND snooping commands through the built libnd-cli.so, loaded and started as the shell
 // does it, with the typed lines matched by the shell's grammar against its registrations.
-#include <dlfcn.h>
-
 #include "../render/payload.h"
 #include "cmd_grammar.h"
+#include "init_failure.h"
 #include "ndplat_ports.h"
 #include "snooping_support.h"
-
-namespace {
-// Armed by a test: the next request-block initialisation reports this result after doing its
-// work, as a failing initialisation would.
-uint32_t gInitFailure = 0;
-} // namespace
-
-// In front of the plug-in's own export: the plug-in's handlers reach it through the dynamic
-// linker, as any other caller would.
-extern "C" uint32_t nd_CliParamInit(NdCliParam *block, const char *keyword, uint32_t code)
-{
-    using Fn = uint32_t (*)(NdCliParam *, const char *, uint32_t);
-    Fn real = reinterpret_cast<Fn>(dlsym(RTLD_NEXT, "nd_CliParamInit"));
-    uint32_t result = real ? real(block, keyword, code) : 0xFFFFFFFFu;
-    if (gInitFailure != 0) {
-        result = gInitFailure;
-        gInitFailure = 0;
-    }
-    return result;
-}
 
 namespace {
 
@@ -76,7 +55,7 @@ TEST_F(SnoopingLoaded, GlobalDisableAsksFirst)
 TEST_F(SnoopingLoaded, VlanEnableGoesOnAfterAFailedInitialisation)
 {
     ndplat::int_env_set(53, 4094);
-    gInitFailure = 18;
+    fail_next_param_init(18);
     EXPECT_EQ(type(CliMode::VLAN, "nd snooping enable"), "cli param init error 18!\n");
     ndplat::CmfRequest r = only_request();
     EXPECT_EQ(r.cmdCode, 5u);
@@ -85,11 +64,11 @@ TEST_F(SnoopingLoaded, VlanEnableGoesOnAfterAFailedInitialisation)
 
 TEST_F(SnoopingLoaded, OtherHandlersStopSilentlyOnAFailedInitialisation)
 {
-    gInitFailure = 18;
+    fail_next_param_init(18);
     EXPECT_EQ(type(CliMode::CONF, "nd snooping detect retransmit 3 interval 10"), "");
-    gInitFailure = 18;
+    fail_next_param_init(18);
     EXPECT_EQ(type(CliMode::EN, "show nd snooping statistics"), "nd cli param init failed\n");
-    gInitFailure = 18;
+    fail_next_param_init(18);
     EXPECT_EQ(type(CliMode::EN, "show nd snooping user-bind static"), "nd cli param init failed\n");
     EXPECT_TRUE(ndplat::cmf_requests().empty());
     EXPECT_TRUE(ndplat::trace_of("SHELL_MoreBreakOutput").empty());

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "init_failure.h"
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_vxlan.h"
@@ -61,6 +62,7 @@ protected:
     void TearDown() override
     {
         ndplat::vxlan_work_drain();
+        ndtest::fail_next_param_init(0);
         ndtest::PlatformTest::TearDown();
     }
 
@@ -328,6 +330,60 @@ TEST_F(VxlanLoadedTest, DiagnoseStatPrintsAndDeletesTheDump)
     }
     ndplat::files_root_set("");
     std::filesystem::remove_all(dir);
+}
+
+
+// How the VXLAN, ISSU and diagnose handlers answer a request block that could not be
+// initialised: the VXLAN and ISSU handlers return the length of the text they printed, the
+// diagnose requests the status itself.
+constexpr const char *kInitError = "cli param init error 18!";
+
+// Runs a handler with a failing initialisation: what it printed and what it returned.
+std::pair<std::string, int32_t> runFailing(SHELL_CMD_FN fn, const std::vector<std::string> &words)
+{
+    ndtest::fail_next_param_init(18);
+    ndtest::Stdout out;
+    int32_t result = ndtest::run_handler(fn, words);
+    return {out.take(), result};
+}
+
+TEST_F(VxlanLoadedTest, InitFailureConfigurationReturnsThePrintedLength)
+{
+    ndplat::int_env_set(164, 300);
+    auto [text, result] = runFailing(vxlanRow(1), {"ipv6", "nd", "host", "timeout", "100"});
+    EXPECT_EQ(text, kInitError);
+    EXPECT_EQ(result, static_cast<int32_t>(strlen(kInitError)));
+    EXPECT_TRUE(ndplat::cmf_requests().empty());
+}
+
+TEST_F(VxlanLoadedTest, InitFailureShowReturnsThePrintedLengthAndLeavesThePagerAlone)
+{
+    auto [text, result] = runFailing(vxlanRow(26), {"show", "ipv6", "nd", "host", "vxlan"});
+    EXPECT_EQ(text, kInitError);
+    EXPECT_EQ(result, static_cast<int32_t>(strlen(kInitError)));
+    EXPECT_TRUE(ndplat::cmf_requests().empty());
+    EXPECT_TRUE(ndplat::trace_of("SHELL_MoreOrientOutput").empty());
+    EXPECT_TRUE(ndplat::trace_of("SHELL_MoreFormatOutput").empty());
+}
+
+TEST_F(VxlanLoadedTest, InitFailureClearAndIssuReturnThePrintedLength)
+{
+    auto [clearText, clearResult] = runFailing(vxlanRow(27), {"clear", "ipv6", "nd", "host", "vxlan", "all"});
+    EXPECT_EQ(clearText, kInitError);
+    EXPECT_EQ(clearResult, static_cast<int32_t>(strlen(kInitError)));
+    auto [issuText, issuResult] = runFailing(vxlanRow(28), {"ipv6", "nd", "host", "issu", "backup"});
+    EXPECT_EQ(issuText, kInitError);
+    EXPECT_EQ(issuResult, static_cast<int32_t>(strlen(kInitError)));
+    EXPECT_TRUE(ndplat::cmf_requests().empty());
+}
+
+TEST_F(VxlanLoadedTest, InitFailureDiagnoseRequestsPrintTheStatusText)
+{
+    // Row 42 of the ND table: clear diagnose nd stat, whose result is the request's.
+    auto [text, result] = runFailing(ndRow(42), {"clear", "diagnose", "nd", "stat"});
+    EXPECT_EQ(text, "\nOperation failed.");
+    EXPECT_EQ(result, 18);
+    EXPECT_TRUE(ndplat::cmf_requests().empty());
 }
 
 } // namespace
