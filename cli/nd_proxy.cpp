@@ -9,13 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kEnvInterfaceName = 1;
-constexpr uint32_t kEnvSuperVlan = 136;
-
-constexpr uint32_t kItemObject = 1;       // interface name or super VLAN number
-constexpr uint32_t kItemShowParam = 9;    // the one parameter of the two show requests
-constexpr uint32_t kItemAnywaySwitch = 22;
-
 // The two proxy handlers print their failures in forms of their own; the forms are part of
 // what the operator sees and differ on purpose.
 struct InterfaceMessages {
@@ -35,7 +28,7 @@ const char *beginInterfaceRequest(ndcli::Request &request, const char *keyword, 
         printf(messages.initError, static_cast<int32_t>(result));
         return nullptr;
     }
-    const char *name = SHELL_GetEnv(kEnvInterfaceName);
+    const char *name = SHELL_GetEnv(ND_SHELL_ENV_IF_NAME);
     if (!name) {
         // The number shown is the init result, which is 0 here.
         printf(messages.noInterface, static_cast<int32_t>(result));
@@ -59,7 +52,7 @@ int32_t showRequest(int32_t argc, char **argv, uint32_t code)
         return static_cast<int32_t>(result);
     }
     const uint32_t param = 0;
-    request.add(kItemShowParam, sizeof param, &param, true);
+    request.add(ndwire::kItemQuery, sizeof param, &param, true);
     return static_cast<int32_t>(request.send());
 }
 
@@ -73,7 +66,7 @@ extern "C" int32_t ndArgProcForProxyEnable(int32_t argc, char **argv)
                                              kProxyMessages, result);
     if (!name)
         return static_cast<int32_t>(result);
-    request.add(kItemObject, interfaceNameLength(name), name, true);
+    request.add(ndwire::kItemObject, interfaceNameLength(name), name, true);
     request.send();
     // The shell's own proxy handling follows the request whatever the service answered.
     return shell_nd6_proxy(argc, argv);
@@ -94,8 +87,8 @@ extern "C" int32_t ndArgProcForProxyAnywayEnable(int32_t argc, char **argv)
     }
     // The switch item is 1 in both forms: the operation kind says on or off.
     const uint32_t on = 1;
-    request.add(kItemAnywaySwitch, sizeof on, &on, false);
-    request.add(kItemObject, interfaceNameLength(name), name, true);
+    request.add(ndwire::kItemAnywaySwitch, sizeof on, &on, false);
+    request.add(ndwire::kItemObject, interfaceNameLength(name), name, true);
     return static_cast<int32_t>(request.send());
 }
 
@@ -107,8 +100,8 @@ extern "C" int32_t ndArgProcForLocProxyEnable(int32_t argc, char **argv)
         printf("cli param init error %d!\n", static_cast<int32_t>(result));
         return static_cast<int32_t>(result);
     }
-    const uint16_t superVlan = static_cast<uint16_t>(mpsh_get_int_env(kEnvSuperVlan));
-    request.add(kItemObject, sizeof superVlan, &superVlan, true);
+    const uint16_t superVlan = static_cast<uint16_t>(mpsh_get_int_env(ND_SHELL_ENV_SUPER_VLAN));
+    request.add(ndwire::kItemObject, sizeof superVlan, &superVlan, true);
     return static_cast<int32_t>(request.send());
 }
 

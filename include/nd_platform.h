@@ -31,6 +31,10 @@ int32_t DCM_Start(const char *service, uint32_t how);
 /* configuration database */
 typedef void *DBM_HANDLE;                                    /* null: not open */
 typedef int32_t (*DBM_PROC_FN)(DBM_HANDLE h, const void *key, uint16_t keyLen, void *arg);
+/* What the ND databases are opened with: DBM_Open(name, ND_DBM_OPEN_MODE, param, 0, 0, &h)
+ * with `const uint32_t param[7] = ND_DBM_OPEN_PARAM;`. */
+#define ND_DBM_OPEN_MODE  1u
+#define ND_DBM_OPEN_PARAM {1, 1, 256, 0, 0, 0, 0}
 uint32_t DBM_Open(const char *db, uint32_t mode, const uint32_t param[7],
                   uint32_t r1, uint32_t r2, DBM_HANDLE *handle);
 uint32_t DBM_Close(DBM_HANDLE h);
@@ -53,6 +57,14 @@ uint32_t SHELL_CmdRegByModule(uint32_t flags, uint32_t module, SHELL_CMD_FN fn, 
 uint32_t cmd_register(SHELL_CMD_FN fn, const char *syntax);
 uint32_t SHELL_ConfigScriptReg(const char *module, SHELL_SCRIPT_FN fn, uint32_t section,
                                uint32_t mode, uint32_t flags);
+/* Environment ids of the shell's configuration modes, as the command handlers read them. */
+enum {
+    ND_SHELL_ENV_IF_NAME    = 1,    /* SHELL_GetEnv: the interface being configured */
+    ND_SHELL_ENV_PORTMAP    = 19,   /* mpsh_get_env: the port map being configured */
+    ND_SHELL_ENV_VLAN       = 53,   /* mpsh_get_int_env: the VLAN, super VLAN or VXLAN id */
+    ND_SHELL_ENV_SUPER_VLAN = 136,
+    ND_SHELL_ENV_VXLAN      = 164
+};
 char    *SHELL_GetEnv(uint32_t var);                         /* 1: current interface name */
 uint32_t SHELL_GetRunningCfgProcSessionId(void);             /* 0xFFFFFFFF: none */
 void     SHELL_MoreOrientOutput(void);
@@ -87,7 +99,16 @@ int32_t DMM_GetChsMode(uint32_t *mode);
 int32_t MODULEMGMT_GetModName(uint32_t moduleId, char *name, uint32_t size);
 
 /* VXLAN and ND libraries, and handlers of other ND modules */
-int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info /* 1612 bytes */);
+/* The port information of VXLAN_GetVxportBasicInfo: the fields the ND handlers read. */
+enum {
+    ND_VXPORT_INFO_SIZE     = 1612,
+    ND_VXPORT_INFO_KIND     = 4,    /* u16 ND_VXPORT_KIND_ATTACHED: a port with an ID */
+    ND_VXPORT_INFO_PORT_ID  = 8,    /* i32 */
+    ND_VXPORT_INFO_SVLAN    = 12,   /* u16 */
+    ND_VXPORT_INFO_CVLAN    = 14,   /* u16 */
+    ND_VXPORT_KIND_ATTACHED = 1
+};
+int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info /* ND_VXPORT_INFO_SIZE bytes */);
 void   *nsm_vxlan_interaction_mgmt_get_handle(void);
 int32_t ND_AddSuppressionHost(void *record, uint32_t count, uint32_t *out);
 int32_t ND_DelSuppressionHost(void *record, uint32_t count, uint32_t *out);

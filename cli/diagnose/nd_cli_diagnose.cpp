@@ -11,14 +11,6 @@
 
 namespace {
 
-constexpr uint32_t kItemSecondValue = 2;
-constexpr uint32_t kItemDiagnoseKind = 13;
-
-constexpr uint32_t kKindNone = 0;
-constexpr uint32_t kKindGlobalAcl = 3;
-constexpr uint32_t kKindStat = 4;
-constexpr uint32_t kKindIfNeighbor = 5;
-
 constexpr int32_t kDispatchWord = 3;
 constexpr size_t kLineSize = 1024;
 
@@ -33,9 +25,9 @@ struct DiagnoseRequest {
 };
 
 // "acl" is matched case-sensitively, "neighbor" without regard to case.
-constexpr DiagnoseRequest kGlobal = {kKindNone, "acl", strcmp, kKindGlobalAcl, true};
-constexpr DiagnoseRequest kStat = {kKindStat, nullptr, nullptr, kKindStat, false};
-constexpr DiagnoseRequest kInterface = {kKindNone, "neighbor", strcasecmp, kKindIfNeighbor, false};
+constexpr DiagnoseRequest kGlobal = {ndwire::kDiagnoseGeneral, "acl", strcmp, ndwire::kDiagnoseGlobalAcl, true};
+constexpr DiagnoseRequest kStat = {ndwire::kDiagnoseRequests, nullptr, nullptr, ndwire::kDiagnoseRequests, false};
+constexpr DiagnoseRequest kInterface = {ndwire::kDiagnoseGeneral, "neighbor", strcasecmp, ndwire::kDiagnoseInterfaces, false};
 
 int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
 {
@@ -46,9 +38,9 @@ int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
     if (r == ND_OK) {
         if (request.qualifier && argc == 5 && argv[4] && request.compare(argv[4], request.qualifier) == 0)
             kind = request.qualifiedKind;
-        nd_CliParamSet(&block, &kind, sizeof kind, kItemDiagnoseKind, 1);
+        nd_CliParamSet(&block, &kind, sizeof kind, ndwire::kItemDiagnoseKind, 1);
         if (request.secondValue)
-            nd_CliParamSet(&block, &second, sizeof second, kItemSecondValue, 1);
+            nd_CliParamSet(&block, &second, sizeof second, ndwire::kItemVlan, 1);
         r = ndCliParamProc(&block);
     }
     if (r != ND_OK) {
@@ -91,7 +83,7 @@ int32_t ndCliDiagnoseShowIf(int32_t argc, char **argv)
 
 int32_t ndCliDiagnoseDump(void)
 {
-    ndcli::OwnedFile file(__UMV2L_fopen(kNdCliDiagnoseFile, "r"));
+    ndcli::OwnedFile file(__UMV2L_fopen(ndwire::kDiagnoseFile, "r"));
     if (!file.get())
         return 0;
     SHELL_MoreOrientOutput();
@@ -104,7 +96,7 @@ int32_t ndCliDiagnoseDump(void)
     }
     // The dump is gone once shown, also when the operator quit the pager early.
     file.close();
-    __UMV2L_unlink(kNdCliDiagnoseFile);
+    __UMV2L_unlink(ndwire::kDiagnoseFile);
     return SHELL_MoreFormatOutput();
 }
 
