@@ -317,6 +317,9 @@ constexpr uint32_t kDefaultLimit = 20480;
 static_assert(kLimit + 4 == kSize);
 } // namespace vxlancfg
 
+// Where the ISSU backup of the VXLAN host table is saved.
+constexpr const char *kIssuSavePath = "/flash";
+
 // One host of the ISSU backup of the VXLAN host table.
 namespace issu {
 constexpr size_t kAddress = 0;  // 16-byte host address

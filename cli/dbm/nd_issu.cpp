@@ -14,7 +14,6 @@ using ndcli::u32At;
 namespace {
 
 constexpr const char *kDatabase = "ec_nd_host_issu";
-constexpr const char *kFlashPath = "/flash";
 constexpr uint32_t kOpenParam[7] = ND_DBM_OPEN_PARAM;
 
 constexpr uint32_t kLogA2 = 0;
@@ -108,7 +107,7 @@ int32_t nd_DbmLibIssuEntryInsert(const void *entry)
 int32_t nd_DbmLibSaveIssu(const char *path, uint32_t a2, uint32_t a3, uint32_t a4)
 {
     (void)path;
-    int32_t r = DBM_Save(kFlashPath, a2, a3, a4);
+    int32_t r = DBM_Save(ndwire::kIssuSavePath, a2, a3, a4);
     if (r != 0) {
         NLOG_Send(ND_CLI_MODULE_ID, kLogA2, kLogA3, kLogLevel, "DBM_ISSU_ENTRY, Save issu dbm ec error <%d>.", r);
         return -1;

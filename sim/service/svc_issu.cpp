@@ -12,9 +12,6 @@ namespace ndsvc {
 
 namespace {
 
-// Where the backup is saved.
-constexpr const char *kIssuSavePath = "/flash";
-
 // The plug-in's ISSU store functions.
 struct IssuStore {
     int32_t (*open)() = nullptr;
@@ -44,7 +41,7 @@ bool backup(const IssuStore &store, const std::map<VxlanKey, VxlanHost> &hosts)
         Bytes e = issu_entry(key, host);
         good = store.insert(e.data()) == 0 && good;
     }
-    good = store.save(kIssuSavePath, 0, 0, 0) == 0 && good;
+    good = store.save(ndwire::kIssuSavePath, 0, 0, 0) == 0 && good;
     store.close();
     return good;
 }
