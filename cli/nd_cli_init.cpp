@@ -15,9 +15,6 @@ constexpr uint32_t kShellEvent = 23;
 constexpr uint32_t kShellRunningConfigEnd = 8; // SHELL_NOTIFY_SHW_RCONFIG_END
 constexpr const char *kEventClient = "ND_CLI";
 
-// The display whose end the shell signals cached the per-VLAN snooping records (value type 6).
-constexpr uint32_t kCachedValueType = 6;
-
 // Running-configuration handlers, in the order the shell requires.
 struct ScriptRegistration {
     const char *module;
@@ -83,7 +80,7 @@ int32_t ndCliEvtShellCb(uint32_t event, uint32_t subevent, uint32_t arg3, uint32
     (void)arg3;
     if (event != kShellEvent || subevent != kShellRunningConfigEnd)
         return 0;
-    nd_CliDbmSessFree(arg4, kCachedValueType);
+    nd_CliDbmSessFree(arg4, ndwire::kTypeVlan);
     return 0;
 }
 

@@ -4,6 +4,7 @@
 #define ND_CLI_INTERNAL_H
 
 #include "nd_cli.h"
+#include "nd_cli_wire.h"
 #include "nd_platform.h"
 
 extern "C" {

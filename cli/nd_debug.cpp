@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr uint32_t kItemDebugMask = 11;
 
 constexpr uint32_t kDebugConfig = 1;
 constexpr uint32_t kDebugEvent = 2;
@@ -15,7 +14,6 @@ constexpr uint32_t kDebugForward = 4;
 constexpr uint32_t kDebugPacket = 8;
 constexpr uint32_t kDebugError = 16;
 constexpr uint32_t kDebugServe = 32;
-constexpr uint32_t kDebugAll = 63;
 
 // The shell has completed the keyword already, so its first letter names the switch; only
 // "event" and "error" share theirs and are told apart by the second.
@@ -35,7 +33,7 @@ uint32_t maskOfKeyword(const char *keyword)
     case 'e':
         return keyword[1] == 'v' ? kDebugEvent : kDebugError;
     case 'a':
-        return kDebugAll;
+        return ndwire::kDebugMaskAll;
     default:
         return 0;
     }
@@ -47,7 +45,7 @@ uint32_t debugRequest(const char *keyword, uint32_t mask)
     ndcli::Request request;
     if (!request.start(keyword, ND_CMD_DEBUG, ndcli::kInitFailed))
         return static_cast<uint32_t>(request.result());
-    request.add(kItemDebugMask, sizeof mask, &mask, true);
+    request.add(ndwire::kItemMask, sizeof mask, &mask, true);
     return request.send();
 }
 
@@ -81,12 +79,12 @@ extern "C" int32_t ndDebugSnooping(int32_t argc, char **argv)
 
 extern "C" uint32_t ndCliSetDebugAllOn(void)
 {
-    return debugRequest("debug", kDebugAll);
+    return debugRequest("debug", ndwire::kDebugMaskAll);
 }
 
 extern "C" uint32_t ndCliSetDebugAllOff(void)
 {
-    return debugRequest("no", kDebugAll);
+    return debugRequest("no", ndwire::kDebugMaskAll);
 }
 
 extern "C" uint32_t ndCliShowDebuggingInfo(void)

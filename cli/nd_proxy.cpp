@@ -9,12 +9,7 @@
 
 namespace {
 
-constexpr uint32_t kEnvInterfaceName = 1;
-constexpr uint32_t kEnvSuperVlan = 136;
 
-constexpr uint32_t kItemObject = 1;       // interface name or super VLAN number
-constexpr uint32_t kItemShowParam = 9;    // the one parameter of the two show requests
-constexpr uint32_t kItemAnywaySwitch = 22;
 
 // The two proxy handlers print their failures in forms of their own; the forms are part of
 // what the operator sees and differ on purpose.
@@ -39,7 +34,7 @@ struct InterfaceRequest {
             result = request.result();
             return false;
         }
-        name = SHELL_GetEnv(kEnvInterfaceName);
+        name = SHELL_GetEnv(ND_SHELL_ENV_IF_NAME);
         if (!name) {
             // The number shown is the init result, which is 0 here.
             printf(messages.noInterface, 0);
@@ -49,7 +44,7 @@ struct InterfaceRequest {
     }
 
     // The name goes with its terminating zero.
-    void addName() { request.add(kItemObject, static_cast<uint32_t>(strlen(name) + 1), name, true); }
+    void addName() { request.add(ndwire::kItemObject, static_cast<uint32_t>(strlen(name) + 1), name, true); }
 };
 
 } // namespace
@@ -77,7 +72,7 @@ extern "C" int32_t ndArgProcForProxyAnywayEnable(int32_t argc, char **argv)
     }
     // The switch item is 1 in both forms: the operation kind says on or off.
     const uint32_t on = 1;
-    anyway.request.add(kItemAnywaySwitch, sizeof on, &on, false);
+    anyway.request.add(ndwire::kItemAnywaySwitch, sizeof on, &on, false);
     anyway.addName();
     return anyway.request.finish();
 }
@@ -87,8 +82,8 @@ extern "C" int32_t ndArgProcForLocProxyEnable(int32_t argc, char **argv)
     ndcli::Request request;
     if (!request.start(argc, argv, ND_CMD_LOCAL_PROXY_ENABLE, ndcli::kInitError))
         return request.result();
-    const uint16_t superVlan = static_cast<uint16_t>(mpsh_get_int_env(kEnvSuperVlan));
-    request.add(kItemObject, sizeof superVlan, &superVlan, true);
+    const uint16_t superVlan = static_cast<uint16_t>(mpsh_get_int_env(ND_SHELL_ENV_SUPER_VLAN));
+    request.add(ndwire::kItemObject, sizeof superVlan, &superVlan, true);
     return request.finish();
 }
 
@@ -102,10 +97,10 @@ extern "C" int32_t ndArgProcForFrEnable(int32_t argc, char **argv)
 
 extern "C" int32_t ndShowNdForwardPktStat(int32_t argc, char **argv)
 {
-    return ndcli::sendZeroWord(argc, argv, ND_CMD_FORWARD_STATISTICS, kItemShowParam);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_FORWARD_STATISTICS, ndwire::kItemQuery);
 }
 
 extern "C" int32_t ndShowProxyAddr(int32_t argc, char **argv)
 {
-    return ndcli::sendZeroWord(argc, argv, ND_CMD_PROXY_ADDRESS, kItemShowParam);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_PROXY_ADDRESS, ndwire::kItemQuery);
 }

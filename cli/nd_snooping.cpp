@@ -14,23 +14,9 @@ namespace {
 constexpr int kAddressFamilyIpv6 = 10;
 static_assert(AF_INET6 == kAddressFamilyIpv6);
 
-// Item types of the snooping requests.
-constexpr uint32_t kItemIfName = 1;
-constexpr uint32_t kItemVlan = 2;
-constexpr uint32_t kItemPortId = 3;
-constexpr uint32_t kItemAddress = 4;
-constexpr uint32_t kItemMac = 6;
-constexpr uint32_t kItemRetransmit = 7;
-constexpr uint32_t kItemInterval = 8;
-constexpr uint32_t kItemNoAddress = 12;
-
 constexpr size_t kIfNameBytes = 40;
 constexpr size_t kAddressBytes = 16;
 constexpr size_t kMacBytes = 6;
-
-// Shell environment values.
-constexpr uint32_t kEnvVlanId = 53;
-constexpr uint32_t kEnvPortmap = 19;
 
 // Word positions.
 constexpr int32_t kDetectRetransmitWord = 4;
@@ -124,8 +110,8 @@ int32_t ndArgProcForVlanSnpEnable(int32_t argc, char **argv)
     ndcli::Request request;
     // This command goes on even when the block could not be initialised.
     request.start(argc, argv, ND_CMD_SNP_VLAN_ENABLE, ndcli::kInitError);
-    const auto vlan = static_cast<uint16_t>(mpsh_get_int_env(kEnvVlanId));
-    request.add(kItemVlan, sizeof vlan, &vlan, true);
+    const auto vlan = static_cast<uint16_t>(mpsh_get_int_env(ND_SHELL_ENV_VLAN));
+    request.add(ndwire::kItemVlan, sizeof vlan, &vlan, true);
     return request.finish();
 }
 
@@ -134,7 +120,7 @@ int32_t ndArgProcForSnptrust(int32_t argc, char **argv)
     ndcli::Request request;
     if (!request.start(argc, argv, ND_CMD_SNP_TRUST, ndcli::kInitSilent))
         return request.result();
-    void *current = mpsh_get_env(kEnvPortmap);
+    void *current = mpsh_get_env(ND_SHELL_ENV_PORTMAP);
     if (!current)
         return ND_OK;
     int32_t portId = 0;
@@ -155,8 +141,8 @@ int32_t ndArgProcForSnptrust(int32_t argc, char **argv)
     case PortLookup::Found:
         break;
     }
-    request.add(kItemPortId, sizeof portId, &portId, true);
-    request.add(kItemIfName, sizeof name, name, true);
+    request.add(ndwire::kItemPortId, sizeof portId, &portId, true);
+    request.add(ndwire::kItemObject, sizeof name, name, true);
     return request.finish();
 }
 
@@ -170,8 +156,8 @@ int32_t ndArgProcForSnpdetect(int32_t argc, char **argv)
     if (!isUndo(argc, argv)) {
         retransmit = static_cast<uint16_t>(atoi(ndcli::textAt(argc, argv, kDetectRetransmitWord)));
         interval = static_cast<uint16_t>(atoi(ndcli::textAt(argc, argv, kDetectIntervalWord)));
-        request.add(kItemRetransmit, sizeof retransmit, &retransmit, true);
-        request.add(kItemInterval, sizeof interval, &interval, true);
+        request.add(ndwire::kItemRetransmit, sizeof retransmit, &retransmit, true);
+        request.add(ndwire::kItemInterval, sizeof interval, &interval, true);
     }
     return request.finish();
 }
@@ -193,11 +179,11 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
 
     if (!isUndo(argc, argv)) {
         inet_pton(kAddressFamilyIpv6, ndcli::textAt(argc, argv, kUbAddressWord), address);
-        request.add(kItemAddress, sizeof address, address, true);
+        request.add(ndwire::kItemAddress, sizeof address, address, true);
         enet_addr(ndcli::textAt(argc, argv, kUbMacWord), mac);
-        request.add(kItemMac, sizeof mac, mac, true);
+        request.add(ndwire::kItemMac, sizeof mac, mac, true);
         vlan = static_cast<uint32_t>(atoi(ndcli::textAt(argc, argv, kUbVlanWord)));
-        request.add(kItemVlan, sizeof vlan, &vlan, true);
+        request.add(ndwire::kItemVlan, sizeof vlan, &vlan, true);
 
         const char *interfaceText = ndcli::textAt(argc, argv, kUbInterfaceWord);
         if (mpsh_in_interaceive_mode() != 0) {
@@ -219,14 +205,14 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
             // Replayed configuration names the interface by its text alone.
             strncpy(name, interfaceText, sizeof name - 1);
         }
-        request.add(kItemPortId, sizeof portId, &portId, true);
-        request.add(kItemIfName, sizeof name, name, true);
+        request.add(ndwire::kItemPortId, sizeof portId, &portId, true);
+        request.add(ndwire::kItemObject, sizeof name, name, true);
     } else if (argc == kUbUndoWithAddressWords) {
         inet_pton(kAddressFamilyIpv6, ndcli::textAt(argc, argv, kUbUndoAddressWord), address);
-        request.add(kItemAddress, sizeof address, address, true);
+        request.add(ndwire::kItemAddress, sizeof address, address, true);
     } else {
         // No address typed: the all-zero marker item says so to the service.
-        request.add(kItemNoAddress, sizeof address, address, true);
+        request.add(ndwire::kItemNoAddress, sizeof address, address, true);
     }
     return request.finish();
 }

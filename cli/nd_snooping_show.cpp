@@ -20,35 +20,11 @@ namespace {
 constexpr int kAddressFamilyIpv6 = 10;
 static_assert(AF_INET6 == kAddressFamilyIpv6);
 
-constexpr uint32_t kItemShow = 9;
-constexpr uint32_t kItemClear = 10;
-constexpr uint32_t kItemAddress = 4;
-constexpr uint32_t kItemPrefixLength = 5;
-constexpr uint32_t kItemNoPrefix = 12;
-constexpr uint32_t kItemPageQuery = kItemShow;
 
 constexpr int32_t kObjectWord = 4; // address, prefix or table kind
 constexpr int32_t kClearPrefixBareWords = 4;
 constexpr uint8_t kHostPrefixLength = 128;
 
-constexpr uint32_t kCmfNoMore = 13;
-
-// Page query and page header.
-constexpr uint32_t kPageQueryBytes = 12;
-constexpr uint16_t kPageEntries = 15;
-constexpr uint32_t kQueryKindOffset = 0;
-constexpr uint32_t kQueryStartOffset = 4;
-constexpr uint32_t kQuerySizeOffset = 6;
-constexpr uint32_t kQueryZeroOffset = 8;
-constexpr uint32_t kHeaderNextOffset = 4;
-constexpr uint32_t kHeaderLastOffset = 8;
-constexpr uint32_t kLastPage = 1;
-
-// Table kinds of the page query.
-constexpr uint32_t kTablePrefix = 0;
-constexpr uint32_t kTableUbStatic = 2;
-constexpr uint32_t kTableUbDynamic = 3;
-constexpr uint32_t kTableUbDynamicSecondPass = 4;
 
 // What tells the two paged listings apart.
 struct PagedTable {
@@ -56,8 +32,8 @@ struct PagedTable {
     uint32_t responseCode;
     void (*render)(const void *payload, uint32_t length, uint32_t *rows, uint8_t *titleShown);
 };
-constexpr PagedTable kUserBindTable = {ND_CMD_SNP_USER_BIND, 11, ndCliShowUbInfo};
-constexpr PagedTable kPrefixTable = {ND_CMD_SNP_PREFIX, 10, ndCliShowPrefixInfo};
+constexpr PagedTable kUserBindTable = {ND_CMD_SNP_USER_BIND, ndwire::kRspUserBindPage, ndCliShowUbInfo};
+constexpr PagedTable kPrefixTable = {ND_CMD_SNP_PREFIX, ndwire::kRspPrefixPage, ndCliShowPrefixInfo};
 
 // Where a listing stands between two pages.
 struct Listing {
@@ -94,7 +70,7 @@ PageEnd decodePage(const PagedTable &table, Page &page)
     uint32_t code = 0;
     void *payload = nullptr;
     const uint32_t r = CMF_ClientParamDecode(page.context.get(), &code, &page.length, &payload);
-    if (r == kCmfNoMore)
+    if (r == ndwire::kCmfNoMore)
         return PageEnd::Finish;
     if (r != 0) {
         printf("cmf param decode error, ret: %d\n", static_cast<int32_t>(r));
@@ -115,12 +91,12 @@ PageEnd fetchPage(const PagedTable &table, int32_t argc, char **argv, const List
     ndcli::Request &request = page.request;
     if (!request.start(argc, argv, table.cmdCode, ndcli::kInitFailed))
         return PageEnd::Abort;
-    uint8_t query[kPageQueryBytes];
-    writeAt<uint32_t>(query, kQueryKindOffset, listing.tableKind);
-    writeAt<uint16_t>(query, kQueryStartOffset, listing.start);
-    writeAt<uint16_t>(query, kQuerySizeOffset, kPageEntries);
-    writeAt<uint32_t>(query, kQueryZeroOffset, 0);
-    request.add(kItemPageQuery, sizeof query, query, true);
+    uint8_t query[ndwire::query::kSize];
+    writeAt<uint32_t>(query, ndwire::query::kKind, listing.tableKind);
+    writeAt<uint16_t>(query, ndwire::query::kStart, listing.start);
+    writeAt<uint16_t>(query, ndwire::query::kCount, ndwire::kPageEntries);
+    writeAt<uint32_t>(query, ndwire::query::kZero, 0);
+    request.add(ndwire::kItemQuery, sizeof query, query, true);
 
     NdCliParam &block = request.block();
     *page.context.out() = CMF_ClientContextInit(block.serviceName, block.serviceType, block.serviceInstance);
@@ -144,7 +120,7 @@ PageEnd fetchPage(const PagedTable &table, int32_t argc, char **argv, const List
         return PageEnd::Finish;
     }
     r = CMF_ClientResponseRecv(page.context.get());
-    if (r != 0 && r != kCmfNoMore) {
+    if (r != 0 && r != ndwire::kCmfNoMore) {
         nd_CliPrintErrorToVty(r);
         return PageEnd::Finish;
     }
@@ -159,12 +135,12 @@ PageEnd showPage(const PagedTable &table, const Page &page, Listing &listing, nd
 
     // A page too short to hold its header cannot say where to go on; it ends the listing.
     const bool last =
-        page.length < kNdPageHeaderBytes || readAt<uint32_t>(page.payload, kHeaderLastOffset) == kLastPage;
+        page.length < ndwire::page::kSize || readAt<uint32_t>(page.payload, ndwire::page::kLast) == ndwire::page::kIsLast;
     if (!last) {
         // Every page moves the start on, so a pass ends within 65,536 pages. A page that
         // points back at or before its own start would make the listing go round for ever
         // (a pass beyond the 16-bit index wraps to the beginning): the listing fails there.
-        const uint16_t next = readAt<uint16_t>(page.payload, kHeaderNextOffset);
+        const uint16_t next = readAt<uint16_t>(page.payload, ndwire::page::kNext);
         if (next <= listing.start) {
             nd_CliPrintErrorToVty(ND_ERR_OPERATION_FAILED);
             return PageEnd::Finish;
@@ -172,8 +148,8 @@ PageEnd showPage(const PagedTable &table, const Page &page, Listing &listing, nd
         listing.start = next;
         return PageEnd::Next;
     }
-    if (listing.tableKind == kTableUbDynamic && listing.secondPass) {
-        listing.tableKind = kTableUbDynamicSecondPass;
+    if (listing.tableKind == ndwire::kTableUserBindFirst && listing.secondPass) {
+        listing.tableKind = ndwire::kTableUserBindSecond;
         listing.start = 0;
         return PageEnd::Next;
     }
@@ -214,17 +190,17 @@ extern "C" {
 
 int32_t ndShowNdSnoopingStat(int32_t argc, char **argv)
 {
-    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemShow);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, ndwire::kItemQuery);
 }
 
 int32_t ndClearNdSnoopingStat(int32_t argc, char **argv)
 {
-    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, kItemClear);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_STATISTICS, ndwire::kItemClear);
 }
 
 int32_t ndClearNdSnoopingDyUbUserBind(int32_t argc, char **argv)
 {
-    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_CLEAR_DYNAMIC, kItemClear);
+    return ndcli::sendZeroWord(argc, argv, ND_CMD_SNP_CLEAR_DYNAMIC, ndwire::kItemClear);
 }
 
 int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
@@ -240,7 +216,7 @@ int32_t ndShowNdSnoopingUserBindAddr(int32_t argc, char **argv)
         printf("ipv6 addr is valid %s\n", text);
         return ND_ERR_OPERATION_FAILED;
     }
-    request.add(kItemAddress, sizeof address, address, true);
+    request.add(ndwire::kItemAddress, sizeof address, address, true);
     return request.finish();
 }
 
@@ -266,10 +242,10 @@ int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv)
             printf("ipv6 addr is valid %s\n", text);
             return ND_ERR_OPERATION_FAILED;
         }
-        request.add(kItemAddress, sizeof prefix, prefix, true);
-        request.add(kItemPrefixLength, sizeof prefixLength, &prefixLength, true);
+        request.add(ndwire::kItemAddress, sizeof prefix, prefix, true);
+        request.add(ndwire::kItemPrefixLength, sizeof prefixLength, &prefixLength, true);
         if (argc == kClearPrefixBareWords)
-            request.add(kItemNoPrefix, sizeof bare, &bare, true);
+            request.add(ndwire::kItemNoAddress, sizeof bare, &bare, true);
     }
     return request.finish();
 }
@@ -278,15 +254,15 @@ int32_t ndShowNdSnoopingUserBind(int32_t argc, char **argv)
 {
     const char *kind = ndcli::textAt(argc, argv, kObjectWord);
     if (strcmp(kind, "static") == 0)
-        return runListing(kUserBindTable, argc, argv, kTableUbStatic, false);
+        return runListing(kUserBindTable, argc, argv, ndwire::kTableUserBindStatic, false);
     if (strcmp(kind, "dynamic") == 0)
-        return runListing(kUserBindTable, argc, argv, kTableUbDynamic, true);
-    return runListing(kUserBindTable, argc, argv, kTableUbDynamic, false);
+        return runListing(kUserBindTable, argc, argv, ndwire::kTableUserBindFirst, true);
+    return runListing(kUserBindTable, argc, argv, ndwire::kTableUserBindFirst, false);
 }
 
 int32_t ndShowNdSnoopingPrefix(int32_t argc, char **argv)
 {
-    return runListing(kPrefixTable, argc, argv, kTablePrefix, false);
+    return runListing(kPrefixTable, argc, argv, ndwire::kTablePrefix, false);
 }
 
 }

@@ -47,6 +47,10 @@ int32_t DCM_Start(const char *service, uint32_t how);
 /* configuration database */
 typedef void *DBM_HANDLE;                                    /* null: not open */
 typedef int32_t (*DBM_PROC_FN)(DBM_HANDLE h, const void *key, uint16_t keyLen, void *arg);
+/* What the ND databases are opened with: DBM_Open(name, ND_DBM_OPEN_MODE, param, 0, 0, &h)
+ * with `const uint32_t param[7] = ND_DBM_OPEN_PARAM;`. */
+#define ND_DBM_OPEN_MODE  1u
+#define ND_DBM_OPEN_PARAM {1, 1, 256, 0, 0, 0, 0}
 /* Opens database `db` and stores its handle, which the caller closes. 0, or non-zero. */
 uint32_t DBM_Open(const char *db, uint32_t mode, const uint32_t param[7],
                   uint32_t r1, uint32_t r2, DBM_HANDLE *handle);
@@ -82,7 +86,16 @@ uint32_t cmd_register(SHELL_CMD_FN fn, const char *syntax);
 /* Registers a running-configuration handler of a section and mode. 0, or non-zero. */
 uint32_t SHELL_ConfigScriptReg(const char *module, SHELL_SCRIPT_FN fn, uint32_t section,
                                uint32_t mode, uint32_t flags);
-/* The text value `var` of the current mode, owned by the shell (1: the interface name). Null: unset. */
+/* Environment ids of the shell's configuration modes, as the command handlers read them. */
+enum {
+    ND_SHELL_ENV_IF_NAME    = 1,    /* SHELL_GetEnv: the interface being configured */
+    ND_SHELL_ENV_PORTMAP    = 19,   /* mpsh_get_env: the port map being configured */
+    ND_SHELL_ENV_VLAN       = 53,   /* mpsh_get_int_env: the VLAN, super VLAN or VXLAN id */
+    ND_SHELL_ENV_SUPER_VLAN = 136,
+    ND_SHELL_ENV_VXLAN      = 164
+};
+/* The text value `var` of the current mode, owned by the shell (ND_SHELL_ENV_IF_NAME: the
+ * interface name). Null: unset. */
 char    *SHELL_GetEnv(uint32_t var);
 /* The running-configuration display in progress on this thread; 0xFFFFFFFF: none. */
 uint32_t SHELL_GetRunningCfgProcSessionId(void);
@@ -137,8 +150,18 @@ int32_t DMM_GetChsMode(uint32_t *mode);
 int32_t MODULEMGMT_GetModName(uint32_t moduleId, char *name, uint32_t size);
 
 /* VXLAN and ND libraries, and handlers of other ND modules */
-/* The VXLAN port's information into the caller's 1612 bytes. 0, or non-zero for no such port. */
-int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info /* 1612 bytes */);
+/* The port information of VXLAN_GetVxportBasicInfo: the fields the ND handlers read. */
+enum {
+    ND_VXPORT_INFO_SIZE     = 1612,
+    ND_VXPORT_INFO_KIND     = 4,    /* u16 ND_VXPORT_KIND_ATTACHED: a port with an ID */
+    ND_VXPORT_INFO_PORT_ID  = 8,    /* i32 */
+    ND_VXPORT_INFO_SVLAN    = 12,   /* u16 */
+    ND_VXPORT_INFO_CVLAN    = 14,   /* u16 */
+    ND_VXPORT_KIND_ATTACHED = 1
+};
+/* The VXLAN port's information into the caller's ND_VXPORT_INFO_SIZE bytes. 0, or non-zero for
+ * no such port. */
+int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info);
 /* The VXLAN interaction work task that test-injection jobs run on. */
 void   *nsm_vxlan_interaction_mgmt_get_handle(void);
 /* The ND library: add or delete `count` suppression hosts or remote neighbours (the caller's

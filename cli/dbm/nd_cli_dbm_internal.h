@@ -50,17 +50,13 @@ int32_t  ndCliDbmBinaryCompare(const void *probe, const void *entry);
 
 namespace ndcli {
 
-constexpr const char *kNdDbmName = "ec_nd";
-constexpr uint32_t kNdDbmOpenMode = 1;
 // The open parameters every reader of "ec_nd" passes: a read-only handle.
-constexpr uint32_t kNdDbmOpenParams[7] = {1, 1, 256, 0, 0, 0, 0};
-// The value type of the per-VLAN snooping records, the only one that is cached.
-constexpr uint32_t kNdDbmVlanValueType = 6;
+constexpr uint32_t kNdDbmOpenParams[7] = ND_DBM_OPEN_PARAM;
 
 // Opens "ec_nd" read-only into the guard; returns what DBM_Open returned.
 inline uint32_t openNdDatabase(ndcli::OwnedDatabase &db)
 {
-    return DBM_Open(kNdDbmName, kNdDbmOpenMode, kNdDbmOpenParams, 0, 0, db.out());
+    return DBM_Open(ndwire::kDatabase, ND_DBM_OPEN_MODE, kNdDbmOpenParams, 0, 0, db.out());
 }
 
 // A zeroed platform allocation that is freed when the guard ends, unless it was handed on.

@@ -13,13 +13,7 @@
 
 namespace {
 
-constexpr uint32_t kItemSecondValue = 2;
-constexpr uint32_t kItemDiagnoseKind = 13;
 
-constexpr uint32_t kKindNone = 0;
-constexpr uint32_t kKindGlobalAcl = 3;
-constexpr uint32_t kKindStat = 4;
-constexpr uint32_t kKindIfNeighbor = 5;
 
 constexpr int32_t kDispatchWord = 3;
 
@@ -39,9 +33,9 @@ struct DiagnoseRequest {
 };
 
 // "acl" is matched case-sensitively, "neighbor" without regard to case.
-constexpr DiagnoseRequest kGlobal = {kKindNone, "acl", strcmp, kKindGlobalAcl, true};
-constexpr DiagnoseRequest kStat = {kKindStat, nullptr, nullptr, kKindStat, false};
-constexpr DiagnoseRequest kInterface = {kKindNone, "neighbor", strcasecmp, kKindIfNeighbor, false};
+constexpr DiagnoseRequest kGlobal = {ndwire::kDiagnoseGeneral, "acl", strcmp, ndwire::kDiagnoseGlobalAcl, true};
+constexpr DiagnoseRequest kStat = {ndwire::kDiagnoseRequests, nullptr, nullptr, ndwire::kDiagnoseRequests, false};
+constexpr DiagnoseRequest kInterface = {ndwire::kDiagnoseGeneral, "neighbor", strcasecmp, ndwire::kDiagnoseInterfaces, false};
 
 int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
 {
@@ -53,9 +47,9 @@ int32_t sendDiagnose(const DiagnoseRequest &request, int32_t argc, char **argv)
     const char *qualifier = argc == 5 ? ndcli::wordAt(argc, argv, 4) : nullptr;
     if (request.qualifier && qualifier && request.compare(qualifier, request.qualifier) == 0)
         kind = request.qualifiedKind;
-    exchange.add(kItemDiagnoseKind, sizeof kind, &kind, true);
+    exchange.add(ndwire::kItemDiagnoseKind, sizeof kind, &kind, true);
     if (request.secondValue)
-        exchange.add(kItemSecondValue, sizeof second, &second, true);
+        exchange.add(ndwire::kItemVlan, sizeof second, &second, true);
     return exchange.finish();
 }
 
@@ -77,7 +71,7 @@ ND_CLI_BOUND_HANDLER(ndCliDiagnoseShowIf, sendDiagnose, kInterface)
 
 int32_t ndCliDiagnoseDump(void)
 {
-    ndcli::OwnedFile file(__UMV2L_fopen(kNdCliDiagnoseFile, "r"));
+    ndcli::OwnedFile file(__UMV2L_fopen(ndwire::kDiagnoseFile, "r"));
     if (!file.get())
         return 0;
     ndcli::Pager pager;
@@ -90,7 +84,7 @@ int32_t ndCliDiagnoseDump(void)
     }
     // The dump is gone once shown, also when the operator quit the pager early.
     file.close();
-    __UMV2L_unlink(kNdCliDiagnoseFile);
+    __UMV2L_unlink(ndwire::kDiagnoseFile);
     // Every line has asked the break question already.
     return pager.close(ndcli::Pager::End::FormatOnly);
 }

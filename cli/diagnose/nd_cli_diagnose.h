@@ -28,9 +28,6 @@
     "vxlan(EN, 0, 'Vxlan'){_0_2147483_(EN, 0, 'VxlanId'){" ND_CLI_DIAGNOSE_ISSU_BRANCH "},"           \
     ND_CLI_DIAGNOSE_ISSU_BRANCH "}}}}"
 
-// The diagnose file that the ND service writes.
-constexpr const char *kNdCliDiagnoseFile = "/tmp/.nd_diagnose";
-
 extern "C" {
 
 int32_t ndCliDiagnoseShow(int32_t argc, char **argv);

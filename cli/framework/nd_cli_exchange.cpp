@@ -11,13 +11,7 @@ namespace {
 constexpr uint32_t kRequestTimeout = 20;
 constexpr int32_t kDcmStarted = 2;
 
-// Framework statuses that carry a meaning of their own.
-constexpr uint32_t kCmfOutOfMemory = 5;
-constexpr uint32_t kCmfNoMore = 13;
 constexpr int32_t kFirstServiceCode = 16;
-
-// The debug switches answer with one 32-bit mask.
-constexpr uint32_t kDebugMaskBytes = 4;
 
 // Locals of one exchange that a renderer may keep between its calls.
 struct RenderLocals {
@@ -31,16 +25,16 @@ struct RendererRow {
 };
 
 constexpr RendererRow kRenderers[] = {
-    {9, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowSnpStInfo(value, length); }},
-    {12, [](const void *value, uint32_t length, RenderLocals &locals) {
+    {ndwire::kRspSnoopingStats, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowSnpStInfo(value, length); }},
+    {ndwire::kRspUserBindOne, [](const void *value, uint32_t length, RenderLocals &locals) {
          ndCliShowUbInfo(value, length, &locals.rows, &locals.titleShown);
      }},
     // A mask shorter than its 32 bits is shown as no mask at all rather than read past.
-    {14, [](const void *value, uint32_t length, RenderLocals &) {
-         ndCliShowDebugInfo(length >= kDebugMaskBytes ? value : nullptr);
+    {ndwire::kRspDebug, [](const void *value, uint32_t length, RenderLocals &) {
+         ndCliShowDebugInfo(length >= ndwire::kDebugMaskSize ? value : nullptr);
      }},
-    {16, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowFwdStInfo(value, length); }},
-    {18, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowProxyAddr(value, length); }},
+    {ndwire::kRspForwardStats, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowFwdStInfo(value, length); }},
+    {ndwire::kRspProxyAddress, [](const void *value, uint32_t length, RenderLocals &) { ndCliShowProxyAddr(value, length); }},
 };
 
 } // namespace
@@ -91,17 +85,17 @@ extern "C" uint32_t ndCmfSendAndRev(void *context)
 {
     uint32_t r = CMF_ClientRequestSend(context);
     if (r != 0)
-        return r == kCmfOutOfMemory ? uint32_t{ND_ERR_MEMORY_SHORT} : uint32_t{ND_ERR_OPERATION_FAILED};
+        return r == ndwire::kCmfOutOfMemory ? uint32_t{ND_ERR_MEMORY_SHORT} : uint32_t{ND_ERR_OPERATION_FAILED};
 
     r = CMF_ClientResponseRecv(context);
-    if (r != 0 && r != kCmfNoMore)
+    if (r != 0 && r != ndwire::kCmfNoMore)
         return static_cast<int32_t>(r) < kFirstServiceCode ? uint32_t{ND_ERR_CMF_RECEIVE} : r;
 
     uint32_t type = 0;
     uint32_t length = 0;
     void *value = nullptr;
     r = CMF_ClientParamDecode(context, &type, &length, &value);
-    if (r == kCmfNoMore)
+    if (r == ndwire::kCmfNoMore)
         return ND_OK;
     if (r != 0) {
         printf("cmf param decode error, ret: %d\n", static_cast<int32_t>(r));

@@ -7,20 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "nd_cli_wire.h"
 #include "render/gnl_list.h"
-
-// Sizes of the records and of the header that precedes them in a statistics, user-bind or
-// prefix payload.
-constexpr uint32_t kNdPageHeaderBytes = 12;
-constexpr uint32_t kNdFwdStatBytes = 84;
-constexpr uint32_t kNdSnpStatBytes = 60;
-constexpr uint32_t kNdUbEntryBytes = 72;
-constexpr uint32_t kNdPrefixEntryBytes = 28;
-constexpr uint32_t kNdProxyAddrEntryBytes = 36;
-
-// Offsets of the instance and member bytes in both statistics records.
-constexpr uint32_t kNdStatInstanceOffset = 0;
-constexpr uint32_t kNdStatMemberOffset = 1;
 
 // One statistics record copied out of a payload, linked into the renderer's list. Only the
 // link and the record's own bytes are allocated.
@@ -30,8 +18,8 @@ template <uint32_t RecordBytes> struct NdCliStatNode {
 
     static constexpr size_t kAllocBytes = sizeof(GnlListHead) + RecordBytes;
 };
-using NdCliFwdStatNode = NdCliStatNode<kNdFwdStatBytes>;
-using NdCliSnpStatNode = NdCliStatNode<kNdSnpStatBytes>;
+using NdCliFwdStatNode = NdCliStatNode<ndwire::stat::kForwardSize>;
+using NdCliSnpStatNode = NdCliStatNode<ndwire::stat::kSnoopingSize>;
 static_assert(offsetof(NdCliFwdStatNode, record) == sizeof(GnlListHead));
 static_assert(offsetof(NdCliSnpStatNode, record) == sizeof(GnlListHead));
 

@@ -9,9 +9,6 @@
 
 namespace {
 
-constexpr uint32_t kMembers = 8;
-constexpr uint32_t kInstances = 2;
-
 struct StatLine {
     const char *format;
     uint32_t offset;
@@ -83,8 +80,8 @@ template <uint32_t R, size_t N> constexpr bool linesInside(const StatLayout<N> &
             return false;
     return true;
 }
-static_assert(linesInside<kNdFwdStatBytes>(kFwdLayout));
-static_assert(linesInside<kNdSnpStatBytes>(kSnpLayout));
+static_assert(linesInside<ndwire::stat::kForwardSize>(kFwdLayout));
+static_assert(linesInside<ndwire::stat::kSnoopingSize>(kSnpLayout));
 
 template <uint32_t R> NdCliStatNode<R> *nodeOf(GnlListHead *link)
 {
@@ -97,7 +94,7 @@ template <uint32_t R> NdCliStatNode<R> *findNode(uint32_t member, uint32_t insta
     const auto wantInstance = static_cast<uint8_t>(instance);
     for (GnlListHead *link = head->next; link != head; link = link->next) {
         NdCliStatNode<R> *node = nodeOf<R>(link);
-        if (node->record[kNdStatMemberOffset] == wantMember && node->record[kNdStatInstanceOffset] == wantInstance)
+        if (node->record[ndwire::stat::kMember] == wantMember && node->record[ndwire::stat::kInstance] == wantInstance)
             return node;
     }
     return nullptr;
@@ -118,7 +115,7 @@ template <size_t N> void printRecord(const StatLayout<N> &layout, const uint8_t 
 {
     printf("\n");
     if (ndCliIsFnsMode())
-        printf(layout.memberHeading, record[kNdStatMemberOffset]);
+        printf(layout.memberHeading, record[ndwire::stat::kMember]);
     else
         printf("%s", layout.plainHeading);
     for (const StatLine &line : layout.lines) {
@@ -131,12 +128,12 @@ template <size_t N> void printRecord(const StatLayout<N> &layout, const uint8_t 
 template <uint32_t R, size_t N> void renderStats(const StatLayout<N> &layout, const void *payload, uint32_t length)
 {
     // A payload shorter than its header holds no record.
-    if (!payload || length < kNdPageHeaderBytes)
+    if (!payload || length < ndwire::page::kSize)
         return;
     GnlListHead head;
     GNL_INIT_LIST_HEAD(&head);
-    uint32_t remaining = length - kNdPageHeaderBytes;
-    const uint8_t *cursor = static_cast<const uint8_t *>(payload) + kNdPageHeaderBytes;
+    uint32_t remaining = length - ndwire::page::kSize;
+    const uint8_t *cursor = static_cast<const uint8_t *>(payload) + ndwire::page::kSize;
     while (remaining >= R) {
         auto *node = static_cast<NdCliStatNode<R> *>(__UMV2L_malloc(NdCliStatNode<R>::kAllocBytes));
         if (!node) {
@@ -152,8 +149,8 @@ template <uint32_t R, size_t N> void renderStats(const StatLayout<N> &layout, co
         remaining -= R;
         cursor += R;
     }
-    for (uint32_t member = 0; member < kMembers; ++member) {
-        for (uint32_t instance = 0; instance < kInstances; ++instance) {
+    for (uint32_t member = 0; member < ndwire::stat::kMembers; ++member) {
+        for (uint32_t instance = 0; instance < ndwire::stat::kInstances; ++instance) {
             if (NdCliStatNode<R> *node = findNode<R>(member, instance, &head))
                 printRecord(layout, node->record);
         }
@@ -167,32 +164,32 @@ extern "C" {
 
 void ndCliShowFwdStInfo(const void *payload, uint32_t length)
 {
-    renderStats<kNdFwdStatBytes>(kFwdLayout, payload, length);
+    renderStats<ndwire::stat::kForwardSize>(kFwdLayout, payload, length);
 }
 
 void ndCliShowSnpStInfo(const void *payload, uint32_t length)
 {
-    renderStats<kNdSnpStatBytes>(kSnpLayout, payload, length);
+    renderStats<ndwire::stat::kSnoopingSize>(kSnpLayout, payload, length);
 }
 
 NdCliFwdStatNode *ndCliFwdStatNodeFind(uint32_t member, uint32_t instance, GnlListHead *head)
 {
-    return findNode<kNdFwdStatBytes>(member, instance, head);
+    return findNode<ndwire::stat::kForwardSize>(member, instance, head);
 }
 
 NdCliSnpStatNode *ndCliSnpStatNodeFind(uint32_t member, uint32_t instance, GnlListHead *head)
 {
-    return findNode<kNdSnpStatBytes>(member, instance, head);
+    return findNode<ndwire::stat::kSnoopingSize>(member, instance, head);
 }
 
 void ndCliClearFwdStatList(GnlListHead *head)
 {
-    clearList<kNdFwdStatBytes>(head);
+    clearList<ndwire::stat::kForwardSize>(head);
 }
 
 void ndCliClearSnpStatList(GnlListHead *head)
 {
-    clearList<kNdSnpStatBytes>(head);
+    clearList<ndwire::stat::kSnoopingSize>(head);
 }
 
 }

@@ -20,25 +20,6 @@ constexpr size_t kAddressTextBytes = 48;
 constexpr size_t kPortNameBytes = 40;
 constexpr uint32_t kModuleNameBytes = 32;
 
-// User-bind entry.
-constexpr uint32_t kUbAddressOffset = 0;
-constexpr uint32_t kUbVlanOffset = 20;
-constexpr uint32_t kUbPortOffset = 22;
-constexpr uint32_t kUbMacOffset = 64;
-constexpr uint32_t kUbTypeOffset = 70;
-constexpr uint8_t kUbTypeStatic = 2;
-
-// Prefix entry.
-constexpr uint32_t kPrefixAddressOffset = 0;
-constexpr uint32_t kPrefixValidOffset = 16;
-constexpr uint32_t kPrefixPreferredOffset = 20;
-constexpr uint32_t kPrefixLengthOffset = 24;
-
-// Proxy address range.
-constexpr uint32_t kProxyModuleOffset = 0;
-constexpr uint32_t kProxyBeginOffset = 4;
-constexpr uint32_t kProxyEndOffset = 20;
-
 // Formats the 16 address bytes at `offset`; they need not be aligned.
 void addressText(const uint8_t *record, uint32_t offset, char (&text)[kAddressTextBytes])
 {
@@ -60,10 +41,10 @@ void printRule(uint32_t dashes)
 // empty page.
 template <typename Fn> void forEachPageRecord(const void *payload, uint32_t length, uint32_t recordBytes, Fn fn)
 {
-    if (length < kNdPageHeaderBytes)
+    if (length < ndwire::page::kSize)
         return;
-    uint32_t remaining = length - kNdPageHeaderBytes;
-    const uint8_t *cursor = static_cast<const uint8_t *>(payload) + kNdPageHeaderBytes;
+    uint32_t remaining = length - ndwire::page::kSize;
+    const uint8_t *cursor = static_cast<const uint8_t *>(payload) + ndwire::page::kSize;
     while (remaining >= recordBytes) {
         fn(cursor);
         remaining -= recordBytes;
@@ -88,19 +69,19 @@ void ndCliShowUbInfo(const void *payload, uint32_t length, uint32_t *rows, uint8
     // is never blank, which the scripts that split these rows into fields rely on.
     char portName[kPortNameBytes];
     memset(portName, 0, sizeof portName);
-    forEachPageRecord(payload, length, kNdUbEntryBytes, [&](const uint8_t *entry) {
+    forEachPageRecord(payload, length, ndwire::userbind::kSize, [&](const uint8_t *entry) {
         char address[kAddressTextBytes];
-        addressText(entry, kUbAddressOffset, address);
-        const uint8_t *mac = entry + kUbMacOffset;
+        addressText(entry, ndwire::userbind::kAddress, address);
+        const uint8_t *mac = entry + ndwire::userbind::kMac;
         char macText[16];
         snprintf(macText, sizeof macText, "%02x%02x.%02x%02x.%02x%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-        const auto port = readAt<uint16_t>(entry, kUbPortOffset);
+        const auto port = readAt<uint16_t>(entry, ndwire::userbind::kPort);
         if (port == 0)
             return;
         portID2ShortString(port, portName);
         portName[kPortNameBytes - 1] = '\0';
-        printf("      %-40s%-20s%-11d%-15s%-11s%-5d\n", address, macText, readAt<uint16_t>(entry, kUbVlanOffset), portName,
-               entry[kUbTypeOffset] == kUbTypeStatic ? "static" : "dynamic", port);
+        printf("      %-40s%-20s%-11d%-15s%-11s%-5d\n", address, macText, readAt<uint16_t>(entry, ndwire::userbind::kVlan), portName,
+               entry[ndwire::userbind::kType] == ndwire::userbind::kTypeStatic ? "static" : "dynamic", port);
         ++*rows;
     });
 }
@@ -114,11 +95,11 @@ void ndCliShowPrefixInfo(const void *payload, uint32_t length, uint32_t *rows, u
         printRule(85);
         *titleShown = 1;
     }
-    forEachPageRecord(payload, length, kNdPrefixEntryBytes, [&](const uint8_t *entry) {
+    forEachPageRecord(payload, length, ndwire::prefix::kSize, [&](const uint8_t *entry) {
         char prefix[kAddressTextBytes];
-        addressText(entry, kPrefixAddressOffset, prefix);
-        printf("      %-40s%-11d%-20u%-20u\n", prefix, readAt<int32_t>(entry, kPrefixLengthOffset),
-               readAt<uint32_t>(entry, kPrefixValidOffset), readAt<uint32_t>(entry, kPrefixPreferredOffset));
+        addressText(entry, ndwire::prefix::kAddress, prefix);
+        printf("      %-40s%-11d%-20u%-20u\n", prefix, readAt<int32_t>(entry, ndwire::prefix::kLength),
+               readAt<uint32_t>(entry, ndwire::prefix::kValid), readAt<uint32_t>(entry, ndwire::prefix::kPreferred));
         ++*rows;
     });
 }
@@ -135,16 +116,16 @@ void ndCliShowProxyAddr(const void *payload, uint32_t length)
     memset(moduleName, 0, sizeof moduleName);
     uint32_t remaining = length;
     const uint8_t *cursor = static_cast<const uint8_t *>(payload);
-    while (remaining >= kNdProxyAddrEntryBytes) {
-        MODULEMGMT_GetModName(readAt<uint32_t>(cursor, kProxyModuleOffset), moduleName, kModuleNameBytes);
+    while (remaining >= ndwire::proxy::kSize) {
+        MODULEMGMT_GetModName(readAt<uint32_t>(cursor, ndwire::proxy::kModule), moduleName, kModuleNameBytes);
         moduleName[kModuleNameBytes - 1] = '\0';
         char begin[kAddressTextBytes];
         char end[kAddressTextBytes];
-        addressText(cursor, kProxyBeginOffset, begin);
-        addressText(cursor, kProxyEndOffset, end);
+        addressText(cursor, ndwire::proxy::kBegin, begin);
+        addressText(cursor, ndwire::proxy::kEnd, end);
         printf("      %-40s%-40s%-20s\n", begin, end, moduleName);
-        remaining -= kNdProxyAddrEntryBytes;
-        cursor += kNdProxyAddrEntryBytes;
+        remaining -= ndwire::proxy::kSize;
+        cursor += ndwire::proxy::kSize;
     }
 }
 

@@ -14,15 +14,6 @@ using ndcli::u16At;
 
 namespace {
 
-constexpr uint32_t kTypeFastResponse = 0;
-constexpr uint32_t kTypeUserBind = 2;
-constexpr uint32_t kTypeSnpEnable = 3;
-constexpr uint32_t kTypeDetect = 4;
-constexpr uint32_t kTypeAttackLog = 9;
-constexpr uint32_t kTypeNsCheckLoose = 10;
-
-constexpr uint32_t kSingleValueLen = 4;
-
 // A setting stored as one 32-bit word whose line is printed when the word equals `due`.
 struct FlagLine {
     uint32_t due;
@@ -33,15 +24,8 @@ constexpr FlagLine kSnpEnableLine = {1, "\nnd snooping enable"};
 constexpr FlagLine kNsCheckLooseLine = {1, "\nnd snooping ns-check-loose"};
 constexpr FlagLine kAttackLogLine = {1, "\nnd snooping attack-log enable"};
 
-// User-bind entries of the static list: 72 bytes each, read five at a time.
-constexpr uint32_t kUbEntrySize = 72;
+// User-bind entries of the static list are read five at a time.
 constexpr uint32_t kUbBulkCount = 5;
-constexpr size_t kUbAddrOffset = 0;
-constexpr size_t kUbVlanOffset = 20;
-constexpr size_t kUbStaticOffset = 22;
-constexpr size_t kUbIfNameOffset = 24;
-constexpr size_t kUbIfNameSize = 40;
-constexpr size_t kUbMacOffset = 64;
 constexpr size_t kAddrTextSize = 48;
 
 struct ScriptEntry {
@@ -49,11 +33,11 @@ struct ScriptEntry {
     DBM_PROC_FN callback;
 };
 
-constexpr ScriptEntry kEnableScript[] = {{kTypeSnpEnable, ndGlobalSnpEnCfgScript}};
+constexpr ScriptEntry kEnableScript[] = {{ndwire::kTypeSnooping, ndGlobalSnpEnCfgScript}};
 constexpr ScriptEntry kGlobalScript[] = {
-    {kTypeFastResponse, ndGlobalCfgScript},       {kTypeNsCheckLoose, ndGlobalSnpLsCfgScript},
-    {kTypeUserBind, ndGlobalUbCfgScript},         {kTypeDetect, ndGlobalSnpDtctCfgScript},
-    {kTypeAttackLog, ndGlobalSnpAttaLogCfgScript},
+    {ndwire::kTypeFastResponse, ndGlobalCfgScript},       {ndwire::kTypeLoose, ndGlobalSnpLsCfgScript},
+    {ndwire::kTypeUserBindList, ndGlobalUbCfgScript},         {ndwire::kTypeDetect, ndGlobalSnpDtctCfgScript},
+    {ndwire::kTypeAttackLog, ndGlobalSnpAttaLogCfgScript},
 };
 
 // Steps shared by every global callback: argument check, an existing record, the skip flag.
@@ -79,8 +63,8 @@ int32_t singleValueScript(DBM_HANDLE h, const void *key, uint16_t keyLen, void *
     NdCliScriptCtx *ctx = dueRecord(h, key, keyLen, arg, result);
     if (!ctx)
         return result;
-    uint8_t value[kSingleValueLen] = {};
-    if (DBM_GetUniqueBinary(h, key, keyLen, 0, value, kSingleValueLen) < 1)
+    uint8_t value[ndwire::flag::kSize] = {};
+    if (DBM_GetUniqueBinary(h, key, keyLen, 0, value, ndwire::flag::kSize) < 1)
         return 0;
     Print(ctx, value);
     return 0;
@@ -104,19 +88,19 @@ void printDetect(const NdCliScriptCtx *ctx, const uint8_t *value)
 
 void printUserBind(const NdCliScriptCtx *ctx, const uint8_t *entry)
 {
-    if (u16At(entry + kUbStaticOffset) == 0)
+    if (u16At(entry + ndwire::userbind::kPort) == 0)
         return;
     char address[kAddrTextSize] = {};
-    inet_ntop(AF_INET6, entry + kUbAddrOffset, address, sizeof address);
-    const uint8_t *m = entry + kUbMacOffset;
+    inet_ntop(AF_INET6, entry + ndwire::userbind::kAddress, address, sizeof address);
+    const uint8_t *m = entry + ndwire::userbind::kMac;
     char mac[16];
     snprintf(mac, sizeof mac, "%02x%02x.%02x%02x.%02x%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
     // The stored name is meant to end in a NUL inside its 40 bytes; one that fills them is
     // cut there instead of being read past the entry.
-    char ifName[kUbIfNameSize + 1] = {};
-    memcpy(ifName, entry + kUbIfNameOffset, kUbIfNameSize);
+    char ifName[ndwire::userbind::kPortNameSize + 1] = {};
+    memcpy(ifName, entry + ndwire::userbind::kPortName, ndwire::userbind::kPortNameSize);
     ctx->print(ctx->fd, "\nnd snooping user-bind static %s %s vlan %d interface %s", address, mac,
-               u16At(entry + kUbVlanOffset), ifName);
+               u16At(entry + ndwire::userbind::kVlan), ifName);
 }
 
 // The iterator of a sorted list, released when the guard ends (also when it stayed null).
@@ -177,20 +161,20 @@ int32_t ndGlobalUbCfgScript(DBM_HANDLE h, const void *key, uint16_t keyLen, void
     NdCliScriptCtx *ctx = dueRecord(h, key, keyLen, arg, result);
     if (!ctx)
         return result;
-    ndcli::Allocation<uint8_t> buffer(kUbEntrySize * kUbBulkCount);
+    ndcli::Allocation<uint8_t> buffer(ndwire::userbind::kSize * kUbBulkCount);
     if (!buffer.get())
         return ND_ERR_MEMORY_SHORT;
     SortListIterator iterator;
     for (;;) {
-        memset(buffer.get(), 0, kUbEntrySize * kUbBulkCount);
+        memset(buffer.get(), 0, ndwire::userbind::kSize * kUbBulkCount);
         int32_t count = DBM_GetBulkFromSortList(h, key, keyLen, iterator.address(), 0, 0, kUbBulkCount,
-                                                buffer.get(), kUbEntrySize);
+                                                buffer.get(), ndwire::userbind::kSize);
         if (count < 1)
             break;
         // The list never hands back more than asked for; a larger count is held to the buffer.
         uint32_t n = static_cast<uint32_t>(count) < kUbBulkCount ? static_cast<uint32_t>(count) : kUbBulkCount;
         for (uint32_t i = 0; i < n; ++i)
-            printUserBind(ctx, buffer.get() + i * kUbEntrySize);
+            printUserBind(ctx, buffer.get() + i * ndwire::userbind::kSize);
     }
     return 0;
 }

@@ -18,19 +18,6 @@ namespace {
 constexpr size_t kKeySize = 100;
 constexpr uint32_t kNoRunningCfgSession = 0xFFFFFFFFu;
 
-// Interface record: 72 bytes, the interface name (68 bytes) and the proxy flags.
-constexpr size_t kIfRecordSize = 72;
-constexpr size_t kIfNameSize = 68;
-constexpr size_t kIfFlagsOffset = 68;
-constexpr uint32_t kIfFlagProxy = 1u << 0;
-constexpr uint32_t kIfFlagProxyAnyway = 1u << 1;
-
-// VLAN, super-VLAN and port records: 56 bytes.
-constexpr size_t kVlanRecordSize = 56;
-constexpr size_t kVlanIdOffset = 12;
-constexpr size_t kPortIdOffset = 0;
-constexpr size_t kPortStateOffset = 8;
-
 uint16_t keyLength(const char *key)
 {
     return static_cast<uint16_t>(strlen(key));
@@ -42,10 +29,10 @@ bool vlanRecordMatches(DBM_HANDLE h, const char *format, uintptr_t id)
 {
     char key[kKeySize];
     snprintf(key, sizeof key, format, static_cast<int>(id));
-    uint8_t record[kVlanRecordSize];
+    uint8_t record[ndwire::member::kSize];
     if (!ndcli::readRecord(h, key, keyLength(key), record))
         return false;
-    return u16At(record + kVlanIdOffset) == static_cast<uint16_t>(id);
+    return u16At(record + ndwire::member::kVlanId) == static_cast<uint16_t>(id);
 }
 
 template <int32_t (*Reader)(DBM_HANDLE, NdCliScriptCtx *)>
@@ -71,18 +58,18 @@ int32_t ndIfCfgScript(DBM_HANDLE h, NdCliScriptCtx *ctx)
     const char *ifName = reinterpret_cast<const char *>(ctx->arg4);
     char key[kKeySize];
     snprintf(key, sizeof key, "nd_nbr_if_%s", ifName);
-    uint8_t record[kIfRecordSize];
+    uint8_t record[ndwire::iface::kSize];
     if (!ndcli::readRecord(h, key, keyLength(key), record))
         return 0;
     // The stored name ends in a NUL inside its 68 bytes; one that fills them is cut there.
-    char stored[kIfNameSize + 1] = {};
-    memcpy(stored, record, kIfNameSize);
+    char stored[ndwire::iface::kNameSize + 1] = {};
+    memcpy(stored, record, ndwire::iface::kNameSize);
     if (strcmp(stored, ifName) != 0)
         return 0;
-    uint32_t flags = u32At(record + kIfFlagsOffset);
-    if (flags & kIfFlagProxy)
+    uint32_t flags = u32At(record + ndwire::iface::kFlags);
+    if (flags & ndwire::iface::kFlagProxy)
         ctx->print(ctx->fd, "\n nd proxy enable");
-    if (flags & kIfFlagProxyAnyway)
+    if (flags & ndwire::iface::kFlagAnyway)
         ctx->print(ctx->fd, "\n ipv6 nd proxy anyway enable");
     return 0;
 }
@@ -96,10 +83,10 @@ int32_t ndCliSnpTrustPortScript(DBM_HANDLE h, NdCliScriptCtx *ctx)
     portID2FmtString(portId, key);
     if (key[0] == '\0')
         return 0;
-    uint8_t record[kVlanRecordSize];
+    uint8_t record[ndwire::member::kSize];
     if (!ndcli::readRecord(h, key, keyLength(key), record))
         return 0;
-    if (u32At(record + kPortIdOffset) == static_cast<uint32_t>(portId) && u32At(record + kPortStateOffset) == 0)
+    if (u32At(record + ndwire::member::kId) == static_cast<uint32_t>(portId) && u32At(record + ndwire::member::kPortState) == 0)
         dprintf(ctx->fd, "\n nd snooping trust");
     return 0;
 }
@@ -142,15 +129,15 @@ int32_t ndVlanIfScriptHandlerFromLocalDbm(int32_t fd, uintptr_t a2, uintptr_t vl
 {
     (void)a2;
     (void)a4;
-    nd_CliDbmSessPull(sessionId, ndcli::kNdDbmVlanValueType);
+    nd_CliDbmSessPull(sessionId, ndwire::kTypeVlan);
     char key[kKeySize];
     snprintf(key, sizeof key, "vlan %d", static_cast<int>(vlanId));
-    uint8_t record[kVlanRecordSize] = {};
-    int32_t n = nd_CliDbmGetUniqueBinary(sessionId, ndcli::kNdDbmVlanValueType, key, keyLength(key), record,
-                                         kVlanRecordSize);
+    uint8_t record[ndwire::member::kSize] = {};
+    int32_t n = nd_CliDbmGetUniqueBinary(sessionId, ndwire::kTypeVlan, key, keyLength(key), record,
+                                         ndwire::member::kSize);
     if (n < 1)
         return n;
-    uint16_t stored = u16At(record + kVlanIdOffset);
+    uint16_t stored = u16At(record + ndwire::member::kVlanId);
     if (stored != vlanId)
         return stored;
     return dprintf(fd, "\n nd snooping enable");

@@ -9,17 +9,10 @@
 // Size of the buffer that keeps the last record of a response for the follow-up request.
 constexpr uint32_t kNdCliVxlanLastRecordSize = 200;
 
-// Response codes of the VXLAN exchange.
-constexpr uint32_t kNdCliVxlanRecordCode = 17;
-constexpr uint32_t kNdCliVxlanEndOfTable = 20;
-
 // Responses one exchange follows at most. A table answers 64 records a response, so this is
 // two million records, twice the largest table the switch keeps; a service that asks for
 // follow-ups beyond it is not believed and the exchange fails with error 18.
 constexpr uint32_t kNdCliVxlanMaxResponses = 32768;
-
-// The VXLAN ND record of both tables.
-constexpr uint32_t kNdCliVxlanRecordSize = 124;
 
 extern "C" {
 

@@ -8,12 +8,6 @@
 
 namespace {
 
-constexpr uint32_t kEnvVxlanId = 164;
-
-// Item types of the configuration requests.
-constexpr uint32_t kItemTimeout = 14;
-constexpr uint32_t kItemVxlanId = 15;
-constexpr uint32_t kItemLimit = 16;
 
 // What a configuration command sends besides the VXLAN id: nothing, or one value word read
 // after "timeout" / "limited", whose absence on the negated form means the default.
@@ -23,12 +17,12 @@ struct VxlanCfgCommand {
     uint32_t undoDefault;
 };
 
-constexpr VxlanCfgCommand kTimeout = {19, kItemTimeout, 360};
-constexpr VxlanCfgCommand kLimit = {20, kItemLimit, 20480};
-constexpr VxlanCfgCommand kLocalAdv = {21, 0, 0};
-constexpr VxlanCfgCommand kSuppression = {22, 0, 0};
-constexpr VxlanCfgCommand kMissDiscard = {23, 0, 0};
-constexpr VxlanCfgCommand kUnicastFwd = {24, 0, 0};
+constexpr VxlanCfgCommand kTimeout = {ndwire::kCmdVxlanTimeout, ndwire::kItemTimeout, ndwire::vxlancfg::kDefaultTimeout};
+constexpr VxlanCfgCommand kLimit = {ndwire::kCmdVxlanLimit, ndwire::kItemLimit, ndwire::vxlancfg::kDefaultLimit};
+constexpr VxlanCfgCommand kLocalAdv = {ndwire::kCmdVxlanAdvertise, 0, 0};
+constexpr VxlanCfgCommand kSuppression = {ndwire::kCmdVxlanSuppression, 0, 0};
+constexpr VxlanCfgCommand kMissDiscard = {ndwire::kCmdVxlanMissDiscard, 0, 0};
+constexpr VxlanCfgCommand kUnicastFwd = {ndwire::kCmdVxlanUnicast, 0, 0};
 
 // Words before the value: "ipv6 nd host timeout" or the hidden "nd host timeout".
 constexpr uint32_t kWordsWithIpv6 = 4;
@@ -55,8 +49,8 @@ int32_t runCfgCommand(const VxlanCfgCommand &command, int32_t argc, char **argv)
     if (gnl_mem_state() != 0 && request.block().optKind == ND_CLI_OPT_SET)
         return ndcli::printedResult("\n%% Memory short, Can't configure this command, please try later");
 
-    uint32_t vxlanId = static_cast<uint32_t>(mpsh_get_int_env(kEnvVxlanId));
-    request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
+    uint32_t vxlanId = static_cast<uint32_t>(mpsh_get_int_env(ND_SHELL_ENV_VXLAN));
+    request.add(ndwire::kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     uint32_t value = 0;
     if (command.valueItem != 0) {
         value = valueWord(request.block(), command, argc, argv);

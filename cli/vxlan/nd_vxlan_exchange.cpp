@@ -12,16 +12,8 @@ namespace {
 
 constexpr uint32_t kRequestTimeout = 20;
 
-// Statuses of the message framework that steer the exchange.
-constexpr uint32_t kCmfNoMore = 13;
-constexpr uint32_t kCmfNotFound = 6;
-
-// Items that the exchange itself appends to a follow-up request.
-constexpr uint32_t kItemContinuation = 18;
-constexpr uint32_t kItemLastRecord = 19;
-
 // Codes below this one are configuration commands.
-constexpr uint32_t kFirstNonConfigCode = 23;
+constexpr uint32_t kFirstNonConfigCode = ndwire::kCmdVxlanMissDiscard;
 
 // The last-record item announces at most what the buffer holds: a record longer than the
 // buffer is cut to its first bytes rather than overrunning it.
@@ -32,7 +24,7 @@ uint32_t boundedRecordLength(uint32_t length)
 
 void appendLastRecord(NdCliParam *block, uint8_t *lastRecord, uint32_t length)
 {
-    nd_CliParamSet(block, lastRecord, boundedRecordLength(length), kItemLastRecord, 0);
+    nd_CliParamSet(block, lastRecord, boundedRecordLength(length), ndwire::kItemLastRecord, 0);
 }
 
 } // namespace
@@ -76,9 +68,9 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
         if (r != 0)
             return r;
         r = CMF_ClientResponseRecv(context);
-        if (r != 0 && r != kCmfNoMore)
+        if (r != 0 && r != ndwire::kCmfNoMore)
             return r;
-        bool lastResponse = r == kCmfNoMore;
+        bool lastResponse = r == ndwire::kCmfNoMore;
 
         // Every response starts again from the handler's own items: the continuation items of
         // the previous follow-up go, and so does the record count.
@@ -87,7 +79,7 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
         r = ndCliVxlanCmfDecodeProc(context, block, lastRecord, continuation, render);
         if (r == ND_OK)
             return ND_OK;
-        if (r == kCmfNotFound) {
+        if (r == ndwire::kCmfNotSet) {
             // Undoing a setting that is not there stays silent: 24 is never printed.
             if (ndCliVxlanIsCfgCmd(block->cmdCode) && block->optKind == ND_CLI_OPT_UNDO)
                 return ND_ERR_PROCESS_NOT_STOPPED;
@@ -98,7 +90,7 @@ uint32_t ndCliVxlanCmfSendAndRecv(CMF_CONTEXT context, NdCliParam *block, NdCliV
         if (responses >= kNdCliVxlanMaxResponses)
             return ND_ERR_OPERATION_FAILED;
         continuation = 1;
-        nd_CliParamSet(block, &continuation, sizeof continuation, kItemContinuation, 0);
+        nd_CliParamSet(block, &continuation, sizeof continuation, ndwire::kItemContinuation, 0);
     }
 }
 
@@ -112,18 +104,18 @@ uint32_t ndCliVxlanCmfDecodeProc(CMF_CONTEXT context, NdCliParam *block, uint8_t
         void *value = nullptr;
         uint32_t r = CMF_ClientParamDecode(context, &code, &length, &value);
         ++decodes;
-        if (r == kCmfNoMore) {
+        if (r == ndwire::kCmfNoMore) {
             if (decodes == 1 && continuation == 0)
                 return ND_OK;
             appendLastRecord(block, lastRecord, length);
-            return kCmfNoMore;
+            return ndwire::kCmfNoMore;
         }
         if (r != 0) {
             printf("cmf param decode error, ret: %d\n", static_cast<int32_t>(r));
             appendLastRecord(block, lastRecord, length);
             return r;
         }
-        if (code == kNdCliVxlanEndOfTable)
+        if (code == ndwire::kRspVxlanEnd)
             return ND_OK;
         if (!render)
             continue;

@@ -22,11 +22,18 @@ struct TestRecordLayout {
 };
 
 // Suppression host: vxlanId tunId hostIp tunIp MAC nums.
-constexpr TestRecordLayout kSuppression = {52, 0, -1, -1, 4, -1, 8, 24, 28, 44, 6};
+constexpr TestRecordLayout kSuppression = {ndwire::suppression::kSize, ndwire::suppression::kVxlanId, -1, -1,
+                                           ndwire::suppression::kTunnelId, -1, ndwire::suppression::kAddress,
+                                           ndwire::suppression::kFamily, ndwire::suppression::kTunnelAddress,
+                                           ndwire::suppression::kMac, 6};
 // Remote neighbour: type vxlanId ifIndex tunId vrfId ndIp tunIp macAddr nums.
-constexpr TestRecordLayout kNbrEntry = {64, 4, 0, 8, 12, 16, 20, 36, 40, 56, 9};
+constexpr TestRecordLayout kNbrEntry = {ndwire::remotenbr::kSize, ndwire::remotenbr::kVxlanId,
+                                        ndwire::remotenbr::kType, ndwire::remotenbr::kIfIndex,
+                                        ndwire::remotenbr::kTunnelId, ndwire::remotenbr::kVrfId,
+                                        ndwire::remotenbr::kAddress, ndwire::remotenbr::kFamily,
+                                        ndwire::remotenbr::kTunnelAddress, ndwire::remotenbr::kMac, 9};
 
-constexpr uint32_t kMaxRecordSize = 64;
+constexpr uint32_t kMaxRecordSize = ndwire::remotenbr::kSize; // the larger of the two
 constexpr uint32_t kAddressSize = 16;
 constexpr uint32_t kLowWordOffset = kAddressSize - 4; // last four bytes of the address
 

@@ -10,24 +10,7 @@ using ndcli::u32At;
 
 namespace {
 
-constexpr const char *kDatabase = "ec_nd";
-constexpr uint32_t kOpenMode = 1;
-constexpr uint32_t kOpenParam[7] = {1, 1, 256, 0, 0, 0, 0};
-
-// The stored settings of one instance.
-constexpr uint32_t kRecordSize = 20;
-constexpr size_t kOffId = 0;
-constexpr size_t kOffFlags = 8;
-constexpr size_t kOffTimeout = 12;
-constexpr size_t kOffLimit = 16;
-
-constexpr uint32_t kFlagAdvertise = 1;
-constexpr uint32_t kFlagSuppression = 2;
-constexpr uint32_t kFlagUnicastForward = 4;
-constexpr uint32_t kFlagMissDiscard = 8;
-
-constexpr uint32_t kDefaultTimeout = 360;
-constexpr uint32_t kDefaultLimit = 20480;
+constexpr uint32_t kOpenParam[7] = ND_DBM_OPEN_PARAM;
 
 } // namespace
 
@@ -43,28 +26,28 @@ uint32_t ndCliVxlanScript(DBM_HANDLE handle, NdCliScriptCtx *context)
     uint16_t keyLen = static_cast<uint16_t>(strlen(key));
     if (DBM_GetLen(handle, key, keyLen) < 1)
         return ND_OK;
-    uint8_t record[kRecordSize];
+    uint8_t record[ndwire::vxlancfg::kSize];
     memset(record, 0, sizeof record);
     if (DBM_GetUniqueBinary(handle, key, keyLen, 0, record, sizeof record) < 1)
         return ND_OK;
-    if (u32At(record, kOffId) != vxlanId)
+    if (u32At(record, ndwire::vxlancfg::kId) != vxlanId)
         return ND_OK;
 
-    uint32_t flags = u32At(record, kOffFlags);
-    uint32_t timeout = u32At(record, kOffTimeout);
-    uint32_t limit = u32At(record, kOffLimit);
+    uint32_t flags = u32At(record, ndwire::vxlancfg::kFlags);
+    uint32_t timeout = u32At(record, ndwire::vxlancfg::kTimeout);
+    uint32_t limit = u32At(record, ndwire::vxlancfg::kLimit);
     int32_t fd = context->fd;
-    if (flags & kFlagSuppression)
+    if (flags & ndwire::vxlancfg::kFlagSuppression)
         context->print(fd, "\n ipv6 nd suppression");
-    if (flags & kFlagMissDiscard)
+    if (flags & ndwire::vxlancfg::kFlagMissDiscard)
         context->print(fd, "\n ipv6 nd suppression missmatch discard");
-    if (flags & kFlagUnicastForward)
+    if (flags & ndwire::vxlancfg::kFlagUnicast)
         context->print(fd, "\n ipv6 nd suppression unicast forward");
-    if (!(flags & kFlagAdvertise))
+    if (!(flags & ndwire::vxlancfg::kFlagAdvertise))
         context->print(fd, "\n no ipv6 nd host advertise");
-    if (limit != kDefaultLimit)
+    if (limit != ndwire::vxlancfg::kDefaultLimit)
         context->print(fd, "\n ipv6 nd host limited %d", static_cast<int32_t>(limit));
-    if (timeout == kDefaultTimeout)
+    if (timeout == ndwire::vxlancfg::kDefaultTimeout)
         return ND_OK;
     if (timeout == 0)
         context->print(fd, "\n ipv6 nd host timeout disable");
@@ -76,7 +59,7 @@ uint32_t ndCliVxlanScript(DBM_HANDLE handle, NdCliScriptCtx *context)
 int32_t nd_CliVxlanScriptHandler(int32_t fd, uintptr_t a2, uintptr_t vxlanId, uintptr_t a4)
 {
     DBM_HANDLE handle = nullptr;
-    uint32_t r = DBM_Open(kDatabase, kOpenMode, kOpenParam, 0, 0, &handle);
+    uint32_t r = DBM_Open(ndwire::kDatabase, ND_DBM_OPEN_MODE, kOpenParam, 0, 0, &handle);
     if (r != 0)
         return static_cast<int32_t>(r);
     ndcli::OwnedDatabase database(handle);

@@ -15,31 +15,8 @@ using ndcli::u16At;
 
 namespace {
 
-// Item types of the show, clear and diagnose requests.
-constexpr uint32_t kItemDiagnoseId = 2;
-constexpr uint32_t kItemHostAddress = 4;
-constexpr uint32_t kItemDiagnoseKind = 13;
-constexpr uint32_t kItemVxlanId = 15;
 
-constexpr uint32_t kCodeSuppression = 22;
-constexpr uint32_t kCodeHost = 25;
-
-// Fields of the VXLAN ND record.
-constexpr size_t kOffHostAddress = 0;
-constexpr size_t kOffTunnelAddress = 48;
-constexpr size_t kAddressTextSize = 48;
-constexpr size_t kOffVxlanId = 96;
-constexpr size_t kOffTunnelId = 100;
-constexpr size_t kOffPortIndex = 104;
-constexpr size_t kOffMac = 116;
-
-// Fields of the VXLAN port information that the host table shows.
-constexpr size_t kPortInfoSize = 1612;
-constexpr size_t kOffPortKind = 4;
-constexpr size_t kOffPortId = 8;
-constexpr size_t kOffSvlan = 12;
-constexpr size_t kOffCvlan = 14;
-constexpr uint16_t kPortKindAttached = 1;
+// Width of the INTERFACE and SVLAN/CVLAN cells of the host table.
 constexpr size_t kColumnSize = 50;
 
 constexpr int32_t kVxlanIdWord = 5;
@@ -47,21 +24,21 @@ constexpr int32_t kVxlanIdWord = 5;
 // One record of either table, copied out of the response. A record shorter than expected is
 // zero-filled rather than read past its end; text fields are always terminated.
 struct VxlanRecord {
-    uint8_t bytes[kNdCliVxlanRecordSize];
-    char host[kAddressTextSize];
-    char tunnel[kAddressTextSize];
+    uint8_t bytes[ndwire::vxlan::kSize];
+    char host[ndwire::vxlan::kAddressTextSize];
+    char tunnel[ndwire::vxlan::kAddressTextSize];
     char mac[16];
 
     VxlanRecord(const void *record, uint32_t code, uint32_t length)
     {
-        if (code != kNdCliVxlanRecordCode || length != kNdCliVxlanRecordSize)
+        if (code != ndwire::kRspVxlanRecord || length != ndwire::vxlan::kSize)
             printf("\ncli param error\n");
         memset(bytes, 0, sizeof bytes);
         if (record)
             memcpy(bytes, record, length < sizeof bytes ? length : sizeof bytes);
-        text(host, kOffHostAddress);
-        text(tunnel, kOffTunnelAddress);
-        const uint8_t *m = bytes + kOffMac;
+        text(host, ndwire::vxlan::kHostAddress);
+        text(tunnel, ndwire::vxlan::kTunnelAddress);
+        const uint8_t *m = bytes + ndwire::vxlan::kMac;
         snprintf(mac, sizeof mac, "%02x%02x.%02x%02x.%02x%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
     }
     int32_t i32(size_t offset) const
@@ -74,8 +51,8 @@ struct VxlanRecord {
 private:
     void text(char *out, size_t offset)
     {
-        memcpy(out, bytes + offset, kAddressTextSize);
-        out[kAddressTextSize - 1] = '\0';
+        memcpy(out, bytes + offset, ndwire::vxlan::kAddressTextSize);
+        out[ndwire::vxlan::kAddressTextSize - 1] = '\0';
     }
 };
 
@@ -96,7 +73,7 @@ int32_t runTableShow(uint32_t code, int32_t minArgs, NdCliVxlanRenderFn render, 
     uint32_t vxlanId = 0;
     if (argc >= minArgs) {
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, kVxlanIdWord));
-        request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
+        request.add(ndwire::kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     }
     ndcli::Pager pager;
     const uint32_t r = ndCliVxlanSetProc(&request.block(), render);
@@ -121,8 +98,8 @@ uint32_t ndCliVxlanSuppressionShowRecv(const void *record, uint32_t code, uint32
                "Tunnel-Id");
         gNdCliTitleShowed = 1;
     }
-    printf("\n%-10d %-15s %-46s %-20s %-10d", rec.i32(kOffVxlanId), rec.mac, rec.host, rec.tunnel,
-           rec.i32(kOffTunnelId));
+    printf("\n%-10d %-15s %-46s %-20s %-10d", rec.i32(ndwire::vxlan::kVxlanId), rec.mac, rec.host, rec.tunnel,
+           rec.i32(ndwire::vxlan::kTunnelId));
     return 0;
 }
 
@@ -137,16 +114,16 @@ uint32_t ndCliVxlanHostShowRecv(const void *record, uint32_t code, uint32_t leng
 
     char port[kColumnSize] = "-";
     char vlans[kColumnSize] = "-";
-    uint8_t info[kPortInfoSize];
+    uint8_t info[ND_VXPORT_INFO_SIZE];
     memset(info, 0, sizeof info);
-    uint32_t portIndex = static_cast<uint32_t>(rec.i32(kOffPortIndex));
-    if (VXLAN_GetVxportBasicInfo(portIndex, info) == 0 && u16At(info, kOffPortKind) == kPortKindAttached) {
+    uint32_t portIndex = static_cast<uint32_t>(rec.i32(ndwire::vxlan::kPortIndex));
+    if (VXLAN_GetVxportBasicInfo(portIndex, info) == 0 && u16At(info, ND_VXPORT_INFO_KIND) == ND_VXPORT_KIND_ATTACHED) {
         int32_t portId;
-        memcpy(&portId, info + kOffPortId, sizeof portId);
+        memcpy(&portId, info + ND_VXPORT_INFO_PORT_ID, sizeof portId);
         portID2ShortString(portId, port);
         port[kColumnSize - 1] = '\0';
-        uint16_t svlan = u16At(info, kOffSvlan);
-        uint16_t cvlan = u16At(info, kOffCvlan);
+        uint16_t svlan = u16At(info, ND_VXPORT_INFO_SVLAN);
+        uint16_t cvlan = u16At(info, ND_VXPORT_INFO_CVLAN);
         int n = svlan ? snprintf(vlans, sizeof vlans, "%d/", svlan) : snprintf(vlans, sizeof vlans, "-/");
         size_t used = n > 0 ? static_cast<size_t>(n) : 0;
         if (used < sizeof vlans) {
@@ -156,7 +133,7 @@ uint32_t ndCliVxlanHostShowRecv(const void *record, uint32_t code, uint32_t leng
                 snprintf(vlans + used, sizeof vlans - used, "-");
         }
     }
-    printf("\n%-10d %-20s %-48s %-20s %s", rec.i32(kOffVxlanId), rec.mac, rec.host, port, vlans);
+    printf("\n%-10d %-20s %-48s %-20s %s", rec.i32(ndwire::vxlan::kVxlanId), rec.mac, rec.host, port, vlans);
     return 0;
 }
 
@@ -165,31 +142,31 @@ int32_t ndCliVxlanSuppressionShow(int32_t argc, char **argv)
     // Tests for five words while reading the sixth: kept as the command has always done, so
     // "show ipv6 nd suppression vxlan" without an id still sends an id item of 0 and the
     // service answers it as it always has.
-    return runTableShow(kCodeSuppression, 5, ndCliVxlanSuppressionShowRecv, "\nTotal suppression : %d ", argc,
+    return runTableShow(ndwire::kCmdVxlanSuppression, 5, ndCliVxlanSuppressionShowRecv, "\nTotal suppression : %d ", argc,
                         argv);
 }
 
 int32_t ndCliVxlanHostShow(int32_t argc, char **argv)
 {
-    return runTableShow(kCodeHost, 6, ndCliVxlanHostShowRecv, "\nTotal vxlan host: %d", argc, argv);
+    return runTableShow(ND_CMD_VXLAN_HOST, 6, ndCliVxlanHostShowRecv, "\nTotal vxlan host: %d", argc, argv);
 }
 
 int32_t ndCliVxlanHostclear(int32_t argc, char **argv)
 {
     ndcli::Request request;
-    if (!request.start(argc, argv, kCodeHost, ndcli::kInitErrorPrinted))
+    if (!request.start(argc, argv, ND_CMD_VXLAN_HOST, ndcli::kInitErrorPrinted))
         return request.result();
     uint32_t vxlanId = 0;
     const char *id = ndcli::wordAt(argc, argv, kVxlanIdWord);
     if (!id || strcmp(id, "all") != 0) {
         vxlanId = static_cast<uint32_t>(numberWord(argc, argv, kVxlanIdWord));
-        request.add(kItemVxlanId, sizeof vxlanId, &vxlanId, false);
+        request.add(ndwire::kItemVxlanId, sizeof vxlanId, &vxlanId, false);
     }
     uint8_t address[16];
     memset(address, 0, sizeof address);
     if (argc >= 7) {
         inet_pton(AF_INET6, ndcli::textAt(argc, argv, argc - 1), address);
-        request.add(kItemHostAddress, sizeof address, address, false);
+        request.add(ndwire::kItemAddress, sizeof address, address, false);
     }
     request.sendVxlan(ndCliVxlanHostShowRecv);
     return 0;
@@ -211,8 +188,8 @@ int32_t nd_CliVxlanDiagnoseShowVxlan(int32_t argc, char **argv)
     ndcli::Request request;
     if (!request.start(argc, argv, ND_CMD_DIAGNOSE, ndcli::kInitErrorPrinted))
         return request.result();
-    request.add(kItemDiagnoseKind, sizeof selector, &selector, true);
-    request.add(kItemDiagnoseId, sizeof vxlanId, &vxlanId, true);
+    request.add(ndwire::kItemDiagnoseKind, sizeof selector, &selector, true);
+    request.add(ndwire::kItemVlan, sizeof vxlanId, &vxlanId, true);
     return static_cast<int32_t>(request.sendVxlan(nullptr));
 }
 

@@ -10,9 +10,11 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "nd_cli_wire.h"
 #include "ndplat.h"
 
 namespace ndsvc {
@@ -28,25 +30,18 @@ constexpr uint32_t kInjectItem = 1;
 
 // Static user-binds the service keeps at most; one more is refused with error 45.
 constexpr size_t kStaticUserBindCeiling = 1024;
-// Records of a VXLAN table answer; the client asks for the rest with a follow-up request.
-constexpr size_t kVxlanRecordsPerResponse = 64;
-constexpr uint32_t kVxlanRecordSize = 124;
 
 // Limits of the dynamic state, held to by the requests and by the seed file alike.
 constexpr uint32_t kMaxVlanId = 4094;
 constexpr int64_t kMaxPrefixLength = 128;
-constexpr uint32_t kStatisticsMembers = 8;   // member numbers 0..7
-constexpr uint32_t kStatisticsInstances = 2; // instance numbers 0..1
-constexpr uint32_t kDebugMaskAll = 63;
 constexpr uint32_t kMaxVxlanId = 16777215;
 // Learned user-binds of one part: a listing pass cannot go beyond its 16-bit start index.
 constexpr size_t kDynamicUserBindCeiling = 65535;
 // Hosts of one VXLAN table (local or suppression): the most the plug-in follows, 32,768
-// answers of kVxlanRecordsPerResponse.
-constexpr size_t kVxlanTableCeiling = 32768 * kVxlanRecordsPerResponse;
+// answers of 64 records.
+constexpr size_t kVxlanTableCeiling = 32768 * ndwire::vxlan::kRecordsPerResponse;
 
-// Where the diagnose text goes; the plug-in prints and deletes it.
-constexpr const char *kDiagnoseFile = "/tmp/.nd_diagnose";
+using ndwire::kDiagnoseFile;
 
 using Ip6 = std::array<uint8_t, 16>;
 using Mac = std::array<uint8_t, 6>;
@@ -57,7 +52,7 @@ struct UserBind {
     uint16_t vlan = 0;
     int32_t portId = 0;
     std::string port; // interface name
-    bool mpu = true;  // listed by the first pass (kind 3); else by the second (kind 4)
+    bool mpu = true;  // listed by the first pass (kTableUserBindFirst); else by the second
 };
 
 struct Prefix {
@@ -95,6 +90,9 @@ struct RemoteNbr {
 
 using VxlanKey = std::pair<uint32_t, Ip6>; // VXLAN id, host address
 
+class EcStore;
+struct VxlanSettings;
+
 class NdService {
 public:
     NdService();
@@ -123,36 +121,66 @@ public:
 private:
     using Response = ndplat::CmfResponse;
     using Request = ndplat::CmfRequest;
+    using Handler = Response (NdService::*)(const Request &);
 
+    // request dispatch (svc_dispatch.cpp)
     Response dispatch(const Request &request);
     Response configure(const Request &request);
-    Response configureLocked(const Request &request);
 
-    Response proxyInterface(const Request &request, uint32_t flag);
-    Response localProxy(const Request &request);
-    Response fastResponse(const Request &request);
-    Response globalSnooping(const Request &request);
-    Response globalFlag(const Request &request, uint32_t valueType, const char *key);
-    Response vlanSnooping(const Request &request);
-    Response trustPort(const Request &request);
+    // proxy and fast response (svc_proxy.cpp)
+    Response proxy_enable(const Request &request);
+    Response proxy_anyway(const Request &request);
+    Response proxy_interface(const Request &request, uint32_t flag);
+    Response local_proxy(const Request &request);
+    Response fast_response(const Request &request);
+    Response proxy_addresses(const Request &request);
+
+    // snooping configuration and tables (svc_snooping.cpp)
+    Response global_snooping(const Request &request);
+    Response loose_check(const Request &request);
+    Response attack_log(const Request &request);
+    Response global_flag(const Request &request, uint32_t valueType, const char *key);
+    Response vlan_snooping(const Request &request);
+    Response trust_port(const Request &request);
     Response detect(const Request &request);
-    Response staticUserBind(const Request &request);
-    Response userBindPage(const Request &request);
-    Response userBindOne(const Request &request);
+    Response user_bind(const Request &request);
+    Response static_user_bind(const Request &request);
+    Response static_user_bind_undo(const Request &request);
+    Response user_bind_page(const Request &request);
+    Response user_bind_one(const Request &request);
+    Response clear_dynamic(const Request &request);
     Response prefixes(const Request &request);
+    Response prefix_undo(const Request &request);
+    Response snooping_statistics(const Request &request);
+    Response forward_statistics(const Request &request);
     Response statistics(const Request &request, bool snooping);
     Response debug(const Request &request);
-    Response proxyAddresses(const Request &request);
-    Response vxlanConfig(const Request &request);
-    Response vxlanSuppressionShow(const Request &request);
-    Response vxlanHosts(const Request &request);
-    Response vxlanIssu(const Request &request, uint32_t selector);
-    Response diagnose(const Request &request);
-    Response inject(const Request &request);
 
-    bool anyInterfaceAnyway();
-    bool anyVxlanSuppression();
-    bool loadPlugin();
+    // VXLAN (svc_vxlan.cpp)
+    Response vxlan_setting(const Request &request);
+    Response vxlan_suppression(const Request &request);
+    // An answer when the request ends there; none when the changed settings are to be stored.
+    std::optional<Response> vxlan_value(const Request &request, bool set, VxlanSettings &s);
+    std::optional<Response> vxlan_flag(bool set, uint32_t flag, bool needsSuppression, VxlanSettings &s);
+    Response vxlan_suppression_show(const Request &request);
+    Response vxlan_host(const Request &request);
+    Response vxlan_hosts(const Request &request);
+    Response inject(const Request &request);
+    bool any_interface_anyway();
+    bool any_vxlan_suppression();
+
+    // ISSU of the VXLAN host table (svc_issu.cpp)
+    Response vxlan_issu(uint32_t selector);
+    bool load_plugin();
+
+    // diagnose (svc_diagnose.cpp)
+    Response diagnose(const Request &request);
+    std::string diagnose_vxlan(EcStore &ec, uint32_t id);
+    std::string diagnose_vxlan_hosts(uint32_t kind, uint32_t value);
+    std::string diagnose_global(EcStore &ec);
+    std::string diagnose_acl(EcStore &ec);
+    std::string diagnose_requests();
+    std::string diagnose_interfaces(EcStore &ec);
 
     std::mutex stateMutex_;   // the in-memory state
     std::mutex configMutex_;  // one configuration request at a time
@@ -162,7 +190,7 @@ private:
     size_t userBindCeiling_ = kStaticUserBindCeiling;
 
     uint32_t debugMask_ = 0;
-    std::vector<UserBind> dynamicBinds_[2]; // listed by the first pass (kind 3), by the second (kind 4)
+    std::vector<UserBind> dynamicBinds_[2]; // listed by the first pass, by the second pass
     std::vector<Prefix> prefixes_;
     std::vector<Counters> snoopingStats_;
     std::vector<Counters> forwardStats_;

@@ -30,13 +30,6 @@ namespace ndsh {
 
 namespace {
 
-// Environment values of the configuration modes, as the handlers read them.
-constexpr uint32_t kEnvInterfaceName = 1;
-constexpr uint32_t kEnvPortmap = 19;
-constexpr uint32_t kEnvVlan = 53;
-constexpr uint32_t kEnvSuperVlan = 136;
-constexpr uint32_t kEnvVxlan = 164;
-
 constexpr const char *kHostname = "switch";
 constexpr const char *kStartupConfig = "startup-config";
 constexpr const char *kNdDb = "ec_nd";
@@ -212,12 +205,12 @@ void Session::apply_env() const
 {
     using Kind = Context::Kind;
     const Context &c = context_;
-    ndplat::shell_env_set(kEnvInterfaceName, c.ifName.empty() ? nullptr : c.ifName.c_str());
-    ndplat::int_env_set(kEnvVlan, c.kind == Kind::Vlan ? c.number : 0);
-    ndplat::int_env_set(kEnvSuperVlan, c.kind == Kind::SuperVlan ? c.number : 0);
-    ndplat::int_env_set(kEnvVxlan, c.kind == Kind::Vxlan ? c.number : 0);
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, c.ifName.empty() ? nullptr : c.ifName.c_str());
+    ndplat::int_env_set(ND_SHELL_ENV_VLAN, c.kind == Kind::Vlan ? c.number : 0);
+    ndplat::int_env_set(ND_SHELL_ENV_SUPER_VLAN, c.kind == Kind::SuperVlan ? c.number : 0);
+    ndplat::int_env_set(ND_SHELL_ENV_VXLAN, c.kind == Kind::Vxlan ? c.number : 0);
     bool portMode = c.kind == Kind::Port || c.kind == Kind::Aggregation;
-    ndplat::ptr_env_set(kEnvPortmap, portMode ? const_cast<uint8_t *>(portmap_.data()) : nullptr);
+    ndplat::ptr_env_set(ND_SHELL_ENV_PORTMAP, portMode ? const_cast<uint8_t *>(portmap_.data()) : nullptr);
 }
 
 void Session::enter(const Context &context)

@@ -17,9 +17,6 @@ using ndtest::Stdout;
 using ndtest::run_handler;
 using Words = std::vector<std::string>;
 
-constexpr uint32_t kEnvInterface = 1;
-constexpr uint32_t kEnvSuperVlan = 136;
-
 std::vector<uint8_t> nameBytes(const char *name)
 {
     return ndtest::text_bytes(name, strlen(name) + 1);
@@ -82,7 +79,7 @@ protected:
 
 TEST_F(ProxyTest, ProxyEnableSendsInterfaceNameCountedThenCallsShell)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface10");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface10");
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyEnable, {"nd", "proxy", "enable"}), 0);
     EXPECT_EQ(out.take(), "");
@@ -99,7 +96,7 @@ TEST_F(ProxyTest, ProxyEnableSendsInterfaceNameCountedThenCallsShell)
 
 TEST_F(ProxyTest, NoProxyEnableIsUndoWithIndexPastNo)
 {
-    ndplat::shell_env_set(kEnvInterface, "gigabitethernet1/0/1");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "gigabitethernet1/0/1");
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyEnable, {"no", "nd", "proxy", "enable"}), 0);
     EXPECT_EQ(out.take(), "");
@@ -113,7 +110,7 @@ TEST_F(ProxyTest, NoProxyEnableIsUndoWithIndexPastNo)
 
 TEST_F(ProxyTest, HiddenIpv6SpellingsSendTheSameRequest)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface2");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface2");
     Stdout out;
     run_handler(ndArgProcForProxyEnable, {"ipv6", "nd", "proxy"});
     run_handler(ndArgProcForProxyEnable, {"no", "ipv6", "nd", "proxy"});
@@ -131,7 +128,7 @@ TEST_F(ProxyTest, HiddenIpv6SpellingsSendTheSameRequest)
 
 TEST_F(ProxyTest, ServiceErrorIsPrintedAndShellStillCalled)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface10");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface10");
     ndplat::cmf_script(failure(49));
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyEnable, {"nd", "proxy", "enable"}), 0);
@@ -142,7 +139,7 @@ TEST_F(ProxyTest, ServiceErrorIsPrintedAndShellStillCalled)
 
 TEST_F(ProxyTest, FrameworkFailureIsPrintedAndShellStillCalled)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface10");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface10");
     ndplat::fault_inject("CMF_ClientContextInit", 0);
     Stdout out;
     run_handler(ndArgProcForProxyEnable, {"no", "nd", "proxy", "enable"});
@@ -154,7 +151,7 @@ TEST_F(ProxyTest, FrameworkFailureIsPrintedAndShellStillCalled)
 
 TEST_F(ProxyTest, ResultIsTheShellsProxyResult)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface10");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface10");
     ndplat::fault_inject("shell_nd6_proxy", 7);
     ndplat::cmf_script(failure(40));
     Stdout out;
@@ -176,7 +173,7 @@ TEST_F(ProxyTest, ProxyWithoutInterfaceSendsNothing)
 
 TEST_F(ProxyTest, AnywaySendsSwitchUncountedThenNameCounted)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface30");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface30");
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyAnywayEnable, {"ipv6", "nd", "proxy", "anyway", "enable"}), 0);
     EXPECT_EQ(out.take(), "");
@@ -190,7 +187,7 @@ TEST_F(ProxyTest, AnywaySendsSwitchUncountedThenNameCounted)
 
 TEST_F(ProxyTest, NoAnywaySendsSwitchOneWithUndo)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface30");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface30");
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyAnywayEnable, {"no", "ipv6", "nd", "proxy", "anyway", "enable"}), 0);
     EXPECT_EQ(out.take(), "");
@@ -203,7 +200,7 @@ TEST_F(ProxyTest, NoAnywaySendsSwitchOneWithUndo)
 
 TEST_F(ProxyTest, AnywayOnSubInterfaceIsRefusedBeforeTheService)
 {
-    ndplat::shell_env_set(kEnvInterface, "gigabitethernet1/0/1.100");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "gigabitethernet1/0/1.100");
     Stdout out;
     EXPECT_NE(run_handler(ndArgProcForProxyAnywayEnable, {"ipv6", "nd", "proxy", "anyway", "enable"}), 0);
     EXPECT_EQ(out.take(), "\n % Not support!");
@@ -222,7 +219,7 @@ TEST_F(ProxyTest, AnywayWithoutInterface)
 
 TEST_F(ProxyTest, AnywayConflictIsPrinted)
 {
-    ndplat::shell_env_set(kEnvInterface, "Vlan-interface30");
+    ndplat::shell_env_set(ND_SHELL_ENV_IF_NAME, "Vlan-interface30");
     ndplat::cmf_script(failure(48));
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForProxyAnywayEnable, {"ipv6", "nd", "proxy", "anyway", "enable"}), 48);
@@ -234,7 +231,7 @@ TEST_F(ProxyTest, AnywayConflictIsPrinted)
 
 TEST_F(ProxyTest, LocalProxySendsSuperVlanAsSixteenBits)
 {
-    ndplat::int_env_set(kEnvSuperVlan, 4094);
+    ndplat::int_env_set(ND_SHELL_ENV_SUPER_VLAN, 4094);
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForLocProxyEnable, {"nd", "local-proxy", "enable"}), 0);
     EXPECT_EQ(out.take(), "");
@@ -247,7 +244,7 @@ TEST_F(ProxyTest, LocalProxySendsSuperVlanAsSixteenBits)
 
 TEST_F(ProxyTest, NoLocalProxy)
 {
-    ndplat::int_env_set(kEnvSuperVlan, 5);
+    ndplat::int_env_set(ND_SHELL_ENV_SUPER_VLAN, 5);
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForLocProxyEnable, {"no", "nd", "local-proxy", "enable"}), 0);
     CmfRequest r = onlyRequest();
@@ -257,7 +254,7 @@ TEST_F(ProxyTest, NoLocalProxy)
 
 TEST_F(ProxyTest, LocalProxyKeepsLowSixteenBitsOfTheEnvironmentValue)
 {
-    ndplat::int_env_set(kEnvSuperVlan, 0x12345);
+    ndplat::int_env_set(ND_SHELL_ENV_SUPER_VLAN, 0x12345);
     Stdout out;
     run_handler(ndArgProcForLocProxyEnable, {"nd", "local-proxy", "enable"});
     expectItem(onlyRequest(), 0, 1, ndtest::u16_bytes(0x2345));
@@ -265,7 +262,7 @@ TEST_F(ProxyTest, LocalProxyKeepsLowSixteenBitsOfTheEnvironmentValue)
 
 TEST_F(ProxyTest, LocalProxyServiceError)
 {
-    ndplat::int_env_set(kEnvSuperVlan, 7);
+    ndplat::int_env_set(ND_SHELL_ENV_SUPER_VLAN, 7);
     ndplat::cmf_script(failure(37));
     Stdout out;
     EXPECT_EQ(run_handler(ndArgProcForLocProxyEnable, {"no", "nd", "local-proxy", "enable"}), 37);

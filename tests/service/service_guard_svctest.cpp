@@ -37,7 +37,6 @@ using ndplat::FrameResult;
 using Clock = std::chrono::steady_clock;
 
 constexpr uid_t kNobody = 65534;
-constexpr uint32_t kStatusLast = 13;
 
 // State directories under /tmp (socket paths must be short), removed when the program ends.
 struct Scratch {
@@ -370,7 +369,7 @@ TEST_F(GuardTest, ASecondServiceOnTheSameStateDirectoryNamesTheHolderAndTouchesN
     EXPECT_EQ(second.err, "ndsvc: state directory " + dir + " is in use by ndsvc pid " + std::to_string(first) + "\n");
     EXPECT_EQ(inodeOf(ndplat::service_socket_path(dir)), socketBefore);
     EXPECT_EQ(readText(ndplat::service_pid_path(dir)), std::to_string(first) + "\n");
-    EXPECT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), kStatusLast) << "the first still serves";
+    EXPECT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), ndwire::kCmfNoMore) << "the first still serves";
 
     EXPECT_TRUE(ndplat::service_stop(dir));
     EXPECT_NE(access(ndplat::service_socket_path(dir).c_str(), F_OK), 0);
@@ -555,8 +554,8 @@ TEST_F(GuardTest, APeerOfAnotherUserIsRefusedAndChangesNothing)
     std::string dir = freshStateDir();
     StopsService stops{dir};
     ASSERT_GT(ndplat::service_start(dir), 0);
-    ASSERT_EQ(ask(dir, req(ND_CMD_SNP_GLOBAL_ENABLE, ND_CLI_OPT_SET)), kStatusLast);
-    ASSERT_EQ(ask(dir, req(ND_CMD_SNP_VLAN_ENABLE, ND_CLI_OPT_SET, {u16(2, 10)})), kStatusLast);
+    ASSERT_EQ(ask(dir, req(ND_CMD_SNP_GLOBAL_ENABLE, ND_CLI_OPT_SET)), ndwire::kCmfNoMore);
+    ASSERT_EQ(ask(dir, req(ND_CMD_SNP_VLAN_ENABLE, ND_CLI_OPT_SET, {u16(2, 10)})), ndwire::kCmfNoMore);
     // As an umask of 000 once left it: the file modes alone would let anybody in.
     ASSERT_EQ(chmod(ndplat::service_socket_path(dir).c_str(), 0777), 0);
 
@@ -672,7 +671,7 @@ TEST_F(GuardTest, DeclaredBodiesThatNeverArriveCostTheServiceNothing)
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     long grown = statusNumber(static_cast<pid_t>(pid), "VmRSS") - before;
     EXPECT_LT(grown, 24 * 1024) << grown << " KiB";
-    EXPECT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), kStatusLast);
+    EXPECT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), ndwire::kCmfNoMore);
     EXPECT_EQ(kill(static_cast<pid_t>(pid), 0), 0);
     EXPECT_TRUE(ndplat::service_stop(dir));
 }
@@ -721,7 +720,7 @@ TEST_F(DiagnoseDumpTest, ALinkPlantedAtTheOldTemporaryNameIsNotWrittenThrough)
     ASSERT_EQ(symlink(victim.c_str(), guess.c_str()), 0);
     unlink(ndsvc::kDiagnoseFile);
 
-    EXPECT_EQ(svc.handle(globalAcl()).status, kStatusLast);
+    EXPECT_EQ(svc.handle(globalAcl()).status, ndwire::kCmfNoMore);
     EXPECT_EQ(readText(victim), "root only\n");
     EXPECT_EQ(readText(ndsvc::kDiagnoseFile), kAclText);
     struct stat st {};
@@ -739,7 +738,7 @@ TEST_F(DiagnoseDumpTest, ALinkPlantedAtTheDumpNameIsReplacedNotFollowed)
     unlink(ndsvc::kDiagnoseFile);
     ASSERT_EQ(symlink(victim.c_str(), ndsvc::kDiagnoseFile), 0);
 
-    EXPECT_EQ(svc.handle(globalAcl()).status, kStatusLast);
+    EXPECT_EQ(svc.handle(globalAcl()).status, ndwire::kCmfNoMore);
     EXPECT_EQ(readText(victim), "root only\n");
     struct stat st {};
     ASSERT_EQ(lstat(ndsvc::kDiagnoseFile, &st), 0);
@@ -758,7 +757,7 @@ TEST_F(DiagnoseDumpTest, APlantedDumpIsNeverShownAsTheServicesText)
     unlink(ndsvc::kDiagnoseFile);
     std::ofstream(ndsvc::kDiagnoseFile) << "planted\n";
 
-    EXPECT_EQ(svc.handle(globalAcl()).status, kStatusLast);
+    EXPECT_EQ(svc.handle(globalAcl()).status, ndwire::kCmfNoMore);
     EXPECT_EQ(readText(ndsvc::kDiagnoseFile), kAclText);
 }
 

@@ -8,8 +8,6 @@ namespace {
 
 using namespace ndtest;
 
-constexpr uint32_t kEnvVlan = 53;
-constexpr uint32_t kEnvPortmap = 19;
 const char *const kQuestion = "\nIt will delete all configuration of nd snooping, Sure(Yes|No)?";
 
 class SnoopingConfig : public PlatformTest {
@@ -27,7 +25,7 @@ protected:
     void enterPorts(const std::vector<int32_t> &ids)
     {
         portmap_ = ndplat::portmap_of(ids);
-        ndplat::ptr_env_set(kEnvPortmap, portmap_.data());
+        ndplat::ptr_env_set(ND_SHELL_ENV_PORTMAP, portmap_.data());
     }
 
     std::vector<uint8_t> portmap_;
@@ -118,7 +116,7 @@ TEST_F(SnoopingConfig, NoDetectSendsNoItems)
 
 TEST_F(SnoopingConfig, VlanEnableSendsTheVlanInTwoBytes)
 {
-    ndplat::int_env_set(kEnvVlan, 4094);
+    ndplat::int_env_set(ND_SHELL_ENV_VLAN, 4094);
     EXPECT_EQ(run(ndArgProcForVlanSnpEnable, {"nd", "snooping", "enable"}), "");
     ndplat::CmfRequest r = only_request();
     expect_header(r, 5, ND_CLI_OPT_SET, 1);
@@ -128,7 +126,7 @@ TEST_F(SnoopingConfig, VlanEnableSendsTheVlanInTwoBytes)
 
 TEST_F(SnoopingConfig, VlanEnableKeepsTheLowSixteenBits)
 {
-    ndplat::int_env_set(kEnvVlan, 0x12345);
+    ndplat::int_env_set(ND_SHELL_ENV_VLAN, 0x12345);
     run(ndArgProcForVlanSnpEnable, {"no", "nd", "snooping", "enable"});
     ndplat::CmfRequest r = only_request();
     expect_header(r, 5, ND_CLI_OPT_UNDO, 1);
