@@ -588,6 +588,11 @@ TEST_F(GuardTest, IdleConnectionsAreBoundedAndAClientBeyondIsRefusedAtOnce)
     StopsService stops{dir};
     long pid = ndplat::service_start(dir, {"--max-connections", "8", "--idle-timeout-ms", "1500"});
     ASSERT_GT(pid, 0);
+    // The connection that service_start made to see the service up may still hold a slot for a
+    // moment: start counting once the service serves nobody (its main thread alone).
+    for (int wait = 0; wait < 200 && statusNumber(static_cast<pid_t>(pid), "Threads") > 1; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ(statusNumber(static_cast<pid_t>(pid), "Threads"), 1);
     constexpr int kPeers = 100;
     Fds idle;
     for (int i = 0; i < kPeers; ++i) {
