@@ -11,7 +11,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <exception>
 #include <iostream>
+#include <new>
 
 #include "ndplat.h"
 #include "ndsh.h"
@@ -241,7 +243,9 @@ extern "C" const char *__lsan_default_suppressions()
     return "leak:wcsdup\n";
 }
 
-int main(int argc, char **argv)
+namespace {
+
+int run(int argc, char **argv)
 {
     // The shell only echoes the platform's calls (--trace); keeping them would grow without
     // bound over a long session.
@@ -298,4 +302,20 @@ int main(int argc, char **argv)
     }
     fflush(stdout);
     return status;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // A failure that escapes every command (they catch their own) still ends with a message
+    // and a status rather than an abort.
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc &) {
+        fputs("ndsh: out of memory\n", stderr);
+    } catch (const std::exception &e) {
+        fprintf(stderr, "ndsh: %s\n", e.what());
+    }
+    return 1;
 }

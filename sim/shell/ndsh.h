@@ -292,6 +292,7 @@ public:
     void history_add(const std::string &line) { history_.push_back(line); }
 
 private:
+    bool execute_line(const std::string &raw);
     bool run_matched(const ndplat::MatchResult &match);
     void report(const std::string &line, size_t column, const char *message) const;
     void apply_env() const;

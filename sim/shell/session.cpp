@@ -16,6 +16,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <exception>
+#include <new>
 #include <fstream>
 
 #include "ndplat.h"
@@ -304,7 +306,48 @@ bool Session::help(std::string_view partial) const
     return true;
 }
 
+namespace {
+
+// Ends a command's output on every path: also when the command threw, the capture of standard
+// output is undone before the shell says anything more.
+class OutputScope {
+public:
+    explicit OutputScope(Output &out) : out_(out) {}
+    ~OutputScope()
+    {
+        if (!ended_)
+            out_.end();
+    }
+    OutputScope(const OutputScope &) = delete;
+    OutputScope &operator=(const OutputScope &) = delete;
+    bool end()
+    {
+        ended_ = true;
+        return out_.end();
+    }
+
+private:
+    Output &out_;
+    bool ended_ = false;
+};
+
+} // namespace
+
+// Whatever the shell's own code throws, allocation failure above all, ends this one line with
+// a message: the shell, and the configuration session the operator is in, go on.
 bool Session::execute(const std::string &raw)
+{
+    try {
+        return execute_line(raw);
+    } catch (const std::bad_alloc &) {
+        Output::instance().write_terminal("% Not enough memory to carry out this command.\n");
+    } catch (const std::exception &e) {
+        Output::instance().write_terminal(std::string("% The command failed: ") + e.what() + "\n");
+    }
+    return false;
+}
+
+bool Session::execute_line(const std::string &raw)
 {
     std::string line = trim(raw);
     if (line.empty() || line[0] == '!')
@@ -369,8 +412,9 @@ bool Session::run_matched(const ndplat::MatchResult &match)
         argv.push_back(w.data());
     argv.push_back(nullptr);
     rejected_ = false;
+    OutputScope scope(out);
     match.fn(static_cast<int32_t>(words.size()), argv.data());
-    if (!out.end())
+    if (!scope.end())
         rejected_ = true;
     out.newline_if_needed();
     bool accepted = !rejected_;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include <unistd.h>
 
@@ -108,6 +109,14 @@ int32_t peak_memory(int32_t, char **)
     return 0;
 }
 
+// Prints a line, then fails as an allocation fails in C++: what a command that runs out of
+// memory does to the shell.
+int32_t out_of_memory(int32_t, char **)
+{
+    printf("before the failure\n");
+    throw std::bad_alloc();
+}
+
 int32_t ask(int32_t, char **)
 {
     int32_t answer = GetConsoleRsp("\nSure(Yes|No)?");
@@ -207,6 +216,7 @@ uint32_t probe_init()
     SHELL_CmdRegByModule(0, 1, show_vlan_own, "show(VLAN,0,'Show'){probe-show(VLAN,0,HIDE,'The mode has its own')}");
     SHELL_CmdRegByModule(0, 1, show_privileged, "show(EN,0,'Show'){probe-show(EN,0,HIDE,'The privileged one')}");
     SHELL_CmdRegByModule(0, 1, peak_memory, "peak-memory(EN,0,'Report the largest resident set so far')");
+    SHELL_CmdRegByModule(0, 1, out_of_memory, "out-of-memory(EN,0,'Fail as an allocation fails')");
     SHELL_CmdRegByModule(0, 1, ask, "ask(EN|CONF,0,'Ask the operator a question')");
     SHELL_CmdRegByModule(0, 1, probe, "secret(EN,0,HIDE,'A hidden command'){word(EN,0,HIDE,'Hidden too')}");
     SHELL_ConfigScriptReg("PROBE", script_global_late, 50, 1, 32);
