@@ -14,7 +14,6 @@ namespace ndsh {
 namespace {
 
 constexpr const char *kInventoryDb = "ndsh_inventory";
-constexpr int32_t kDefaultVlan = 1;
 
 constexpr const char *kKindWords[] = {"", "vlan", "super-vlan", "vxlan", "vlan-if", "loopback",
                                       "port", "routed-port", "aggregation", "mgmt"};

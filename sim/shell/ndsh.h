@@ -232,6 +232,21 @@ private:
     std::string openError_;
 };
 
+// The startup configuration's file in the state directory's flash/, and the VLAN that always
+// exists.
+constexpr const char *kStartupConfigName = "startup-config";
+constexpr int32_t kDefaultVlan = 1;
+
+// The shell's own platform calls (service start and stop, `write`'s copy of the databases) are
+// not what an operator wants to see traced: the echo stays quiet while one lives.
+class QuietTrace {
+public:
+    QuietTrace();
+    ~QuietTrace();
+    QuietTrace(const QuietTrace &) = delete;
+    QuietTrace &operator=(const QuietTrace &) = delete;
+};
+
 // The mode the operator is in and the object it configures.
 struct Context {
     enum class Kind { None, VlanIf, Loopback, Mgmt, Port, Aggregation, Vlan, SuperVlan, Vxlan };
