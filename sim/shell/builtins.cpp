@@ -77,66 +77,81 @@ int32_t cmd_configure(int32_t, char **)
     return 0;
 }
 
+// The context of `interface gigabitethernet S/P`; false, refused, when there is no such port.
+bool port_context(const std::string &number, Context &c)
+{
+    int32_t id = ndplat::port_id("gigabitethernet" + number);
+    const ndplat::PortInfo *info = id ? ndplat::port_find(id) : nullptr;
+    if (!info || info->aggregation) {
+        refuse("\n% Interface gigabitethernet" + number + " does not exist.");
+        return false;
+    }
+    bool routed = S().inventory().has(Inventory::Kind::RoutedPort, id);
+    c.mode = routed ? CliMode::PORTIF : CliMode::PORT;
+    c.kind = Context::Kind::Port;
+    c.portId = id;
+    c.ifName = info->name;
+    c.tag = "config-if-" + info->shortName;
+    c.stored = {Inventory::Kind::Port, id};
+    return true;
+}
+
+// The context of `interface link-aggregation N`; false, refused, when there is no such one.
+bool aggregation_context(const std::string &text, Context &c)
+{
+    int32_t number = atoi(text.c_str());
+    int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(number));
+    const ndplat::PortInfo *info = id ? ndplat::port_find(id) : nullptr;
+    if (!info) {
+        refuse("\n% Link-aggregation " + text + " does not exist.");
+        return false;
+    }
+    c.mode = CliMode::LINK_AGGREGATION;
+    c.kind = Context::Kind::Aggregation;
+    c.number = number;
+    c.portId = id;
+    c.ifName = info->name;
+    c.tag = "config-if-" + info->shortName;
+    c.stored = {Inventory::Kind::Aggregation, number};
+    return true;
+}
+
+// The context of a VLAN interface, a loopback or the management interface.
+void layer3_context(const std::string &type, const std::string &text, Context &c)
+{
+    c.number = atoi(text.c_str());
+    c.ifName = type + std::to_string(c.number);
+    c.tag = "config-if-" + c.ifName;
+    // The management interface takes every interface setting, as a VLAN interface does: what
+    // the running configuration writes under it is accepted on replay.
+    c.mode = CliMode::IF;
+    if (type == "vlan") {
+        c.kind = Context::Kind::VlanIf;
+        c.stored = {Inventory::Kind::VlanIf, c.number};
+    } else if (type == "loopback") {
+        c.kind = Context::Kind::Loopback;
+        c.stored = {Inventory::Kind::Loopback, c.number};
+    } else {
+        c.kind = Context::Kind::Mgmt;
+        c.stored = {Inventory::Kind::Mgmt, 0};
+    }
+}
+
 int32_t cmd_interface(int32_t argc, char **argv)
 {
-    using Kind = Context::Kind;
     std::vector<std::string> w = words_of(argc, argv);
     if (w.size() < 3)
         return 0;
     Context c;
-    const Inventory &inv = S().inventory();
-    const std::string &type = w[1];
-    if (type == "gigabitethernet") {
-        int32_t id = ndplat::port_id("gigabitethernet" + w[2]);
-        const ndplat::PortInfo *info = id ? ndplat::port_find(id) : nullptr;
-        if (!info || info->aggregation) {
-            refuse("\n% Interface gigabitethernet" + w[2] + " does not exist.");
-            return 0;
-        }
-        bool routed = inv.has(Inventory::Kind::RoutedPort, id);
-        c.mode = routed ? CliMode::PORTIF : CliMode::PORT;
-        c.kind = Kind::Port;
-        c.portId = id;
-        c.ifName = info->name;
-        c.tag = "config-if-" + info->shortName;
-        c.stored = {Inventory::Kind::Port, id};
-    } else if (type == "link-aggregation") {
-        int32_t number = atoi(w[2].c_str());
-        int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(number));
-        const ndplat::PortInfo *info = id ? ndplat::port_find(id) : nullptr;
-        if (!info) {
-            refuse("\n% Link-aggregation " + w[2] + " does not exist.");
-            return 0;
-        }
-        c.mode = CliMode::LINK_AGGREGATION;
-        c.kind = Kind::Aggregation;
-        c.number = number;
-        c.portId = id;
-        c.ifName = info->name;
-        c.tag = "config-if-" + info->shortName;
-        c.stored = {Inventory::Kind::Aggregation, number};
-    } else {
-        int32_t number = atoi(w[2].c_str());
-        c.number = number;
-        c.ifName = type + std::to_string(number);
-        c.tag = "config-if-" + c.ifName;
-        if (type == "vlan") {
-            c.mode = CliMode::IF;
-            c.kind = Kind::VlanIf;
-            c.stored = {Inventory::Kind::VlanIf, number};
-        } else if (type == "loopback") {
-            c.mode = CliMode::IF;
-            c.kind = Kind::Loopback;
-            c.stored = {Inventory::Kind::Loopback, number};
-        } else {
-            // The management interface takes every interface setting, as a VLAN interface
-            // does: what the running configuration writes under it is accepted on replay.
-            c.mode = CliMode::IF;
-            c.kind = Kind::Mgmt;
-            c.stored = {Inventory::Kind::Mgmt, 0};
-        }
-    }
-    enter_stored(c);
+    bool exists = true;
+    if (w[1] == "gigabitethernet")
+        exists = port_context(w[2], c);
+    else if (w[1] == "link-aggregation")
+        exists = aggregation_context(w[2], c);
+    else
+        layer3_context(w[1], w[2], c);
+    if (exists)
+        enter_stored(c);
     return 0;
 }
 

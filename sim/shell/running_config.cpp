@@ -20,6 +20,7 @@
 
 #include "ndplat.h"
 #include "ndplat_ports.h"
+#include "file_io.h"
 #include "ndsh.h"
 
 namespace ndsh {
@@ -91,60 +92,63 @@ private:
     std::vector<ndplat::ScriptRegistration> scripts_;
 };
 
-void write_sections(Writer &w)
+// The global section. Its lines go through memory first: without any, no empty "!" pair.
+bool write_global(Writer &w)
 {
-    using Kind = Inventory::Kind;
-    const Inventory &inv = Session::instance().inventory();
     w.line(kHeader);
     w.line("!");
-    // The global lines go through a scratch file first: without any, no empty "!" pair.
-    std::string global;
-    if (FILE *scratch = tmpfile()) {
-        fflush(stdout);
-        w.run_into(fileno(scratch), kKindGlobal);
-        off_t size = lseek(fileno(scratch), 0, SEEK_END);
-        global.resize(size > 0 ? static_cast<size_t>(size) : 0);
-        if (size > 0 && pread(fileno(scratch), global.data(), global.size(), 0) != size)
-            global.clear();
-        fclose(scratch);
-    } else {
-        w.run_into(w.fd(), kKindGlobal); // no scratch file: straight through
-    }
+    fflush(stdout);
+    std::string global, error;
+    if (!collect_output([&](int fd) { w.run_into(fd, kKindGlobal); }, global, error))
+        w.run_into(w.fd(), kKindGlobal); // no memory file: straight through
     if (!global.empty()) {
         w.text(global);
         w.line("!");
     }
-    if (w.quit())
-        return;
-    for (int32_t vlan : inv.of(Kind::Vlan))
+    return !w.quit();
+}
+
+bool write_vlan_sections(Writer &w, const Inventory &inv)
+{
+    for (int32_t vlan : inv.of(Inventory::Kind::Vlan))
         if (!w.section("vlan " + std::to_string(vlan), [&] { w.run(kKindVlan, static_cast<uintptr_t>(vlan), 0); }))
-            return;
+            return false;
     auto superVlan = reinterpret_cast<SuperVlanHandler>(
         Session::instance().plugin() ? dlsym(Session::instance().plugin(), "ND_SuperVlanScriptHandler") : nullptr);
-    for (int32_t id : inv.of(Kind::SuperVlan))
+    for (int32_t id : inv.of(Inventory::Kind::SuperVlan))
         if (!w.section("super-vlan " + std::to_string(id), [&] {
                 if (superVlan)
                     superVlan(w.fd(), static_cast<uintptr_t>(id));
             }))
-            return;
+            return false;
+    return true;
+}
+
+// VLAN interfaces, loopbacks and the management interface.
+bool write_layer3_sections(Writer &w, const Inventory &inv)
+{
+    using Kind = Inventory::Kind;
     auto layer3 = [&](const std::string &header, const std::string &name, uint32_t kind) {
         return w.section(header, [&] { w.run(kind, 0, reinterpret_cast<uintptr_t>(name.c_str())); });
     };
     for (int32_t n : inv.of(Kind::VlanIf))
         if (!layer3("interface vlan " + std::to_string(n), "vlan" + std::to_string(n), kKindVlanIf))
-            return;
+            return false;
     for (int32_t n : inv.of(Kind::Loopback))
         if (!layer3("interface loopback " + std::to_string(n), "loopback" + std::to_string(n), kKindOtherIf))
-            return;
-    if (!inv.of(Kind::Mgmt).empty() && !layer3("interface mgmt 0", "mgmt0", kKindOtherIf))
-        return;
-    for (int32_t id : inv.of(Kind::Port)) {
+            return false;
+    return inv.of(Kind::Mgmt).empty() || layer3("interface mgmt 0", "mgmt0", kKindOtherIf);
+}
+
+bool write_port_sections(Writer &w, const Inventory &inv)
+{
+    for (int32_t id : inv.of(Inventory::Kind::Port)) {
         const ndplat::PortInfo *info = ndplat::port_find(id);
         if (!info || info->aggregation)
             continue;
         std::string name = info->name;
         std::string number = name.substr(std::string("gigabitethernet").size());
-        bool routed = inv.has(Kind::RoutedPort, id);
+        bool routed = inv.has(Inventory::Kind::RoutedPort, id);
         if (!w.section("interface gigabitethernet " + number, [&] {
                 if (routed) {
                     w.line(" no switchport");
@@ -152,17 +156,24 @@ void write_sections(Writer &w)
                 }
                 w.run(kKindPort, 0, static_cast<uintptr_t>(id));
             }))
-            return;
+            return false;
     }
-    for (int32_t n : inv.of(Kind::Aggregation)) {
+    for (int32_t n : inv.of(Inventory::Kind::Aggregation)) {
         int32_t id = ndplat::aggregation_id(static_cast<uint32_t>(n));
-        if (!id)
-            continue;
-        if (!w.section("interface link-aggregation " + std::to_string(n),
-                       [&] { w.run(kKindPort, 0, static_cast<uintptr_t>(id)); }))
-            return;
+        if (id && !w.section("interface link-aggregation " + std::to_string(n),
+                             [&] { w.run(kKindPort, 0, static_cast<uintptr_t>(id)); }))
+            return false;
     }
-    for (int32_t id : inv.of(Kind::Vxlan))
+    return true;
+}
+
+void write_sections(Writer &w)
+{
+    const Inventory &inv = Session::instance().inventory();
+    if (!write_global(w) || !write_vlan_sections(w, inv) || !write_layer3_sections(w, inv) ||
+        !write_port_sections(w, inv))
+        return;
+    for (int32_t id : inv.of(Inventory::Kind::Vxlan))
         if (!w.section("vxlan " + std::to_string(id), [&] { w.run(kKindVxlan, static_cast<uintptr_t>(id), 0); }))
             return;
     w.line("end\n");
