@@ -143,6 +143,7 @@ private:
     bool drain_locked(bool all); // false once no writer is left
     void filter(std::string_view text, bool final);
     void filter_line(std::string_view line);
+    void filter_context(std::string_view text, bool match);
     void emit(std::string_view text);
     void put(std::string_view text);
     void page(std::string_view text);

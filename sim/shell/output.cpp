@@ -359,6 +359,32 @@ void Output::filter(std::string_view text, bool final)
     }
 }
 
+// "include context": a matching line with up to kContextLines before and after it.
+void Output::filter_context(std::string_view text, bool match)
+{
+    ++lineNo_;
+    if (match) {
+        // Groups that do not touch are told apart by a "--" line, as grep -C does.
+        long first = lineNo_ - static_cast<long>(before_.size());
+        if (lastShown_ > 0 && first > lastShown_ + 1)
+            emit("--\n");
+        for (const std::string &b : before_)
+            emit(b);
+        before_.clear();
+        emit(text);
+        lastShown_ = lineNo_;
+        afterLeft_ = kContextLines;
+    } else if (afterLeft_ > 0) {
+        emit(text);
+        lastShown_ = lineNo_;
+        --afterLeft_;
+    } else {
+        before_.emplace_back(text);
+        if (before_.size() > static_cast<size_t>(kContextLines))
+            before_.erase(before_.begin());
+    }
+}
+
 void Output::filter_line(std::string_view text)
 {
     std::string_view line = text;
@@ -393,27 +419,7 @@ void Output::filter_line(std::string_view text)
         sectionMatch_ = sectionMatch_ || match;
         break;
     case Modifier::Kind::IncludeContext:
-        ++lineNo_;
-        if (match) {
-            // Groups that do not touch are told apart by a "--" line, as grep -C does.
-            long first = lineNo_ - static_cast<long>(before_.size());
-            if (lastShown_ > 0 && first > lastShown_ + 1)
-                emit("--\n");
-            for (const std::string &b : before_)
-                emit(b);
-            before_.clear();
-            emit(text);
-            lastShown_ = lineNo_;
-            afterLeft_ = kContextLines;
-        } else if (afterLeft_ > 0) {
-            emit(text);
-            lastShown_ = lineNo_;
-            --afterLeft_;
-        } else {
-            before_.emplace_back(text);
-            if (before_.size() > static_cast<size_t>(kContextLines))
-                before_.erase(before_.begin());
-        }
+        filter_context(text, match);
         break;
     default:
         emit(text);
