@@ -501,10 +501,10 @@ struct Builtin {
     std::string definition;
 };
 
-std::vector<Builtin> builtins()
+// The commands that move between modes and create or delete the objects of the inventory.
+std::vector<Builtin> mode_builtins()
 {
     const std::string all = kConfigModes;
-    const std::string en = "EN";
     return {
         {cmd_configure, "configure(EN,0,'Enter configuration mode'){terminal(EN,0,'Configure from the terminal')}"},
         {cmd_interface,
@@ -535,6 +535,14 @@ std::vector<Builtin> builtins()
         {cmd_exit, "exit(EN|" + all + ",0,'Exit from the current mode')"},
         {cmd_end, "end(" + all + ",0,'Return to privileged mode')"},
         {cmd_do, "do(" + all + ",0,'Run a privileged-mode command'){_LINE_(" + all + ",0,'Privileged-mode command')}"},
+    };
+}
+
+// show, debug, write, reload, help and the terminal's settings.
+std::vector<Builtin> privileged_builtins()
+{
+    const std::string all = kConfigModes;
+    return {
         {cmd_show_running,
          "show(EN,0,'Show running system information'){running-config(EN,0,'Current operating configuration'){" +
              modifiers() + "}}"},
@@ -567,7 +575,10 @@ std::vector<Builtin> builtins()
 
 void register_builtins()
 {
-    for (const Builtin &b : builtins())
+    std::vector<Builtin> all = mode_builtins();
+    for (Builtin &b : privileged_builtins())
+        all.push_back(std::move(b));
+    for (const Builtin &b : all)
         if (cmd_register(b.fn, b.definition.c_str()) != 0)
             fprintf(stderr, "ndsh: the definition of a shell command is malformed: %s\n", b.definition.c_str());
 }
