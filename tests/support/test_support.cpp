@@ -2,10 +2,14 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <mutex>
 
 namespace ndtest {
 
@@ -129,6 +133,37 @@ int32_t run_handler(SHELL_CMD_FN fn, const std::vector<std::string> &words)
         argv.push_back(w.data());
     argv.push_back(nullptr);
     return fn(static_cast<int32_t>(words.size()), argv.data());
+}
+
+namespace {
+
+// The scratch trees of one program, removed at its end.
+struct ScratchTrees {
+    std::mutex mutex;
+    std::map<std::string, int> next; // root -> the number of the next directory
+    ~ScratchTrees()
+    {
+        std::error_code ec;
+        for (const auto &[root, n] : next)
+            std::filesystem::remove_all(root, ec);
+    }
+};
+
+} // namespace
+
+std::string fresh_scratch_dir(const std::string &prefix)
+{
+    static ScratchTrees trees;
+    std::string root = "/tmp/" + prefix + "-" + std::to_string(getpid());
+    int n;
+    {
+        std::lock_guard<std::mutex> hold(trees.mutex);
+        n = trees.next[root]++;
+    }
+    mkdir(root.c_str(), 0755);
+    std::string dir = root + "/" + std::to_string(n);
+    mkdir(dir.c_str(), 0755);
+    return dir;
 }
 
 } // namespace ndtest

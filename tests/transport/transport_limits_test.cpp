@@ -37,20 +37,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uid_t kNobody = 65534;
 
-// Socket directories under /tmp (socket paths must be short), removed when the program ends.
-struct Scratch {
-    std::string root = "/tmp/ndtl-" + std::to_string(getpid());
-    Scratch() { mkdir(root.c_str(), 0755); }
-    ~Scratch() { std::filesystem::remove_all(root); }
-};
-
 std::string freshDir()
 {
-    static Scratch scratch;
-    static std::atomic<int> n{0};
-    std::string dir = scratch.root + "/" + std::to_string(n++);
-    mkdir(dir.c_str(), 0755);
-    return dir;
+    return ndtest::fresh_scratch_dir("ndtl");
 }
 
 // A server with the given limits on its own thread.

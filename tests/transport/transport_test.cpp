@@ -24,20 +24,9 @@ using ndplat::CmfItem;
 using ndplat::CmfRequest;
 using ndplat::CmfResponse;
 
-// Socket directories under /tmp (socket paths must be short), removed when the program ends.
-struct Scratch {
-    std::string root = "/tmp/ndtr-" + std::to_string(getpid());
-    Scratch() { mkdir(root.c_str(), 0755); }
-    ~Scratch() { std::filesystem::remove_all(root); }
-};
-
 std::string freshDir()
 {
-    static Scratch scratch;
-    static std::atomic<int> n{0};
-    std::string dir = scratch.root + "/" + std::to_string(n++);
-    mkdir(dir.c_str(), 0755);
-    return dir;
+    return ndtest::fresh_scratch_dir("ndtr");
 }
 
 uint32_t u32At(const std::vector<uint8_t> &b, size_t at)
