@@ -530,7 +530,33 @@ FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs)
     return FrameResult::ok;
 }
 
-// ---- places ----------------------------------------------------------------------------------
+// ---- places ------------------------------------------------------------------------------
+
+namespace {
+
+FileIdentity identity(const struct stat &st)
+{
+    FileIdentity id;
+    id.known = true;
+    id.device = static_cast<unsigned long>(st.st_dev);
+    id.inode = static_cast<unsigned long>(st.st_ino);
+    id.changedNs = static_cast<long long>(st.st_ctim.tv_sec) * 1000000000LL + st.st_ctim.tv_nsec;
+    return id;
+}
+
+} // namespace
+
+FileIdentity file_identity_of(int fd)
+{
+    struct stat st {};
+    return fstat(fd, &st) == 0 ? identity(st) : FileIdentity{};
+}
+
+FileIdentity file_identity_at(const std::string &path)
+{
+    struct stat st {};
+    return lstat(path.c_str(), &st) == 0 ? identity(st) : FileIdentity{};
+}
 
 std::string state_dir()
 {
@@ -662,11 +688,7 @@ bool ServiceServer::listen(const std::string &socketPath)
         close(fd);
         return false;
     }
-    struct stat made {};
-    if (lstat(socketPath.c_str(), &made) == 0) {
-        socketDev_ = static_cast<unsigned long>(made.st_dev);
-        socketIno_ = static_cast<unsigned long>(made.st_ino);
-    }
+    socket_ = file_identity_at(socketPath);
     listenFd_ = fd;
     path_ = socketPath;
     return true;
@@ -674,11 +696,8 @@ bool ServiceServer::listen(const std::string &socketPath)
 
 void ServiceServer::unlink_socket()
 {
-    struct stat now {};
-    if (path_.empty() || lstat(path_.c_str(), &now) != 0)
-        return;
     // Another service may have put its own socket there since: that one stays.
-    if (static_cast<unsigned long>(now.st_dev) == socketDev_ && static_cast<unsigned long>(now.st_ino) == socketIno_)
+    if (!path_.empty() && socket_.known && file_identity_at(path_) == socket_)
         unlink(path_.c_str());
 }
 

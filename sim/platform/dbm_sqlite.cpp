@@ -108,6 +108,24 @@ Bytes columnBytes(sqlite3_stmt *s, int column)
     return p && n > 0 ? Bytes(static_cast<const char *>(p), static_cast<size_t>(n)) : Bytes();
 }
 
+// The lines of a quick-check verdict that name a fault, on one line: "*** in database main ***"
+// only says where.
+std::string faultOf(const std::string &verdict)
+{
+    std::string fault;
+    size_t start = 0;
+    while (start < verdict.size()) {
+        size_t end = verdict.find('\n', start);
+        std::string line = verdict.substr(start, end == std::string::npos ? std::string::npos : end - start);
+        if (!line.empty() && line.rfind("***", 0) != 0)
+            fault += (fault.empty() ? "" : "; ") + line;
+        if (end == std::string::npos)
+            break;
+        start = end + 1;
+    }
+    return fault;
+}
+
 class SqliteConnection final : public Connection {
 public:
     ~SqliteConnection() override
@@ -151,32 +169,42 @@ public:
         return false;
     }
 
-    // SQLite's quick check of every page of the database; false, with the damage reported,
-    // when it finds a fault or cannot read the file as a database.
-    bool intact()
+    enum class Check { Intact, Damaged, Unknown };
+
+    // SQLite's quick check of every page of the database. Damaged (and reported) when it finds a
+    // fault or cannot read the file as a database; Unknown when another connection kept it
+    // from running (a writer that changes the journal mode), so that the next open checks again.
+    Check check()
     {
-        sqlite3_stmt *check = nullptr;
-        int rc = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &check, nullptr);
-        std::string verdict;
-        if (rc == SQLITE_OK) {
-            // The first row that names a fault; "*** in database main ***" only says where.
-            while ((rc = step(check)) == SQLITE_ROW) {
-                const unsigned char *text = sqlite3_column_text(check, 0);
-                verdict = text ? reinterpret_cast<const char *>(text) : "";
-                if (verdict.rfind("***", 0) != 0)
-                    break;
+        for (int attempt = 0; attempt < kSetupAttempts; ++attempt) {
+            sqlite3_stmt *query = nullptr;
+            int rc = sqlite3_prepare_v2(db_, "PRAGMA quick_check", -1, &query, nullptr);
+            std::string verdict;
+            if (rc == SQLITE_OK) {
+                // The first row that names a fault; "*** in database main ***" only says where.
+                while ((rc = sqlite3_step(query)) == SQLITE_ROW) {
+                    const unsigned char *text = sqlite3_column_text(query, 0);
+                    verdict = text ? reinterpret_cast<const char *>(text) : "";
+                    if (!faultOf(verdict).empty() || verdict == "ok")
+                        break;
+                }
             }
-        } else {
-            note(rc);
+            sqlite3_finalize(query);
+            if (rc == SQLITE_BUSY || rc == SQLITE_LOCKED) {
+                usleep(10000);
+                continue;
+            }
+            if (verdict.empty()) {
+                note(rc);
+                return (rc & 0xff) == SQLITE_CORRUPT || (rc & 0xff) == SQLITE_NOTADB ? Check::Damaged : Check::Unknown;
+            }
+            if (verdict != "ok") {
+                reportDamage(name_, "integrity check failed: " + faultOf(verdict));
+                return Check::Damaged;
+            }
+            return Check::Intact;
         }
-        sqlite3_finalize(check);
-        if (verdict.empty())
-            return false; // the check could not run: step() noted why
-        if (verdict != "ok") {
-            reportDamage(name_, "integrity check failed: " + verdict);
-            return false;
-        }
-        return true;
+        return Check::Unknown;
     }
 
     bool keys(uint32_t valueType, std::vector<Bytes> &out) override
@@ -557,10 +585,13 @@ bool SqliteConnection::checkedSinceChange(const std::string &path)
         if (it != c.files.end() && it->second == before)
             return true;
     }
-    if (!intact())
+    SqliteConnection::Check verdict = check();
+    if (verdict == Check::Damaged)
         return false;
-    std::lock_guard<std::mutex> hold(c.mutex);
-    c.files[path] = before;
+    if (verdict == Check::Intact) {
+        std::lock_guard<std::mutex> hold(c.mutex);
+        c.files[path] = before;
+    }
     return true;
 }
 
@@ -671,7 +702,7 @@ public:
         if (access(path.c_str(), F_OK) != 0)
             return true;
         SqliteConnection c;
-        return c.open(path, db, true) && c.intact();
+        return c.open(path, db, true) && c.check() != SqliteConnection::Check::Damaged;
     }
 };
 

@@ -28,6 +28,18 @@
 
 namespace ndplat {
 
+// Which file a path names: device, inode and the time of its last change, so that a file made
+// later that got the same (freed) inode number is told apart. `known` is false when it could
+// not be read.
+struct FileIdentity {
+    bool known = false;
+    unsigned long device = 0, inode = 0;
+    long long changedNs = 0;
+    bool operator==(const FileIdentity &) const = default;
+};
+FileIdentity file_identity_of(int fd);
+FileIdentity file_identity_at(const std::string &path); // the path itself, not a link's target
+
 // ---- framework statuses of the socket transport ---------------------------------------------
 // CMF_ClientRequestSend / CMF_ClientResponseRecv return these for failures of the transport
 // itself; they are all below 16, so the plug-in reads them as framework failures.
@@ -187,7 +199,7 @@ private:
 
     int listenFd_ = -1;
     std::string path_;
-    unsigned long socketDev_ = 0, socketIno_ = 0;
+    FileIdentity socket_; // the socket file listen() made
     ServiceLimits limits_;
     std::atomic<bool> stopping_{false};
     std::atomic<long> activeConnections_{0};

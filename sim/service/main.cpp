@@ -98,24 +98,17 @@ bool positive(const char *text, unsigned long &value)
     return end && end != text && *end == '\0' && errno == 0 && value > 0 && value <= 0x7fffffffUL;
 }
 
-// The file made here, so that it is removed at the end only when it is still this one.
+// The file made here, so that it is removed at the end only when it is still this one. A file
+// made by someone else since may have the freed inode number again; its change time tells them
+// apart.
 struct OwnedFile {
     std::string path;
-    dev_t dev = 0;
-    ino_t ino = 0;
-    bool made = false;
+    ndplat::FileIdentity made;
 
-    void remember(int fd)
-    {
-        struct stat st {};
-        made = fstat(fd, &st) == 0;
-        dev = st.st_dev;
-        ino = st.st_ino;
-    }
+    void remember(int fd) { made = ndplat::file_identity_of(fd); }
     void removeIfOurs() const
     {
-        struct stat st {};
-        if (made && lstat(path.c_str(), &st) == 0 && st.st_dev == dev && st.st_ino == ino)
+        if (made.known && ndplat::file_identity_at(path) == made)
             unlink(path.c_str());
     }
 };

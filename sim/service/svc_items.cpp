@@ -23,13 +23,6 @@ CmfResponse ok()
     return status(ndwire::kCmfNoMore);
 }
 
-CmfResponse not_set()
-{
-    CmfResponse r = ok();
-    r.endStatus = ndwire::kCmfNotSet;
-    return r;
-}
-
 CmfResponse with_item(uint32_t code, std::vector<uint8_t> bytes)
 {
     CmfResponse r = ok();

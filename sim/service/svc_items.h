@@ -23,8 +23,6 @@ using ndplat::CmfResponse;
 CmfResponse status(uint32_t code);
 // Done, nothing to show.
 CmfResponse ok();
-// Undoing a setting that was not set.
-CmfResponse not_set();
 // Done, with one item of type `code` holding `bytes`.
 CmfResponse with_item(uint32_t code, std::vector<uint8_t> bytes);
 // Done when `done`, else the database failed.

@@ -117,7 +117,8 @@ CmfResponse NdService::vxlan_setting(const CmfRequest &r)
     return answer ? *answer : stored(ec.vxlan_set(id, s));
 }
 
-// The host timeout or limit: undoing one that is at its default is "not set".
+// The host timeout or limit. Undoing one that is at its default succeeds and stores nothing, as
+// any `no` of what is not set does.
 std::optional<CmfResponse> NdService::vxlan_value(const CmfRequest &r, bool set, VxlanSettings &s)
 {
     bool timeout = r.cmdCode == ndwire::kCmdVxlanTimeout;
@@ -128,7 +129,7 @@ std::optional<CmfResponse> NdService::vxlan_value(const CmfRequest &r, bool set,
         return status(ND_ERR_OPERATION_FAILED);
     if (!set) {
         if (field == standard)
-            return not_set();
+            return ok();
         value = standard;
     }
     field = value;
@@ -136,6 +137,7 @@ std::optional<CmfResponse> NdService::vxlan_value(const CmfRequest &r, bool set,
 }
 
 // A switch of the settings. Unicast forwarding and miss discard need suppression, and go with it.
+// Switching off what is off succeeds and stores nothing.
 std::optional<CmfResponse> NdService::vxlan_flag(bool set, uint32_t flag, bool needsSuppression, VxlanSettings &s)
 {
     if (set) {
@@ -145,7 +147,7 @@ std::optional<CmfResponse> NdService::vxlan_flag(bool set, uint32_t flag, bool n
         return std::nullopt;
     }
     if (!(s.flags & flag))
-        return not_set();
+        return ok();
     s.flags &= ~flag;
     if (flag == vc::kFlagSuppression)
         s.flags &= ~(vc::kFlagUnicast | vc::kFlagMissDiscard);

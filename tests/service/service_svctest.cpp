@@ -436,19 +436,21 @@ TEST_F(ServiceTest, VxlanSettingsAreStoredAsTheVxlanScriptReadsThem)
     EXPECT_EQ(vxlanConfig(100), "");
 }
 
-TEST_F(ServiceTest, UndoingAVxlanSettingThatIsNotSetAnswersStatus6)
+TEST_F(ServiceTest, UndoingAVxlanSettingThatIsNotSetSucceedsAndStoresNothing)
 {
     CmfItem id = CmfItem::u32(15, 7);
     for (uint32_t code : {22u, 23u, 24u}) {
         CmfResponse r = svc.handle(req(code, ND_CLI_OPT_UNDO, {id}));
         EXPECT_EQ(r.status, 13u) << code;
-        EXPECT_EQ(r.endStatus, 6u) << code;
+        EXPECT_EQ(r.endStatus, 13u) << code;
         EXPECT_TRUE(r.items.empty());
     }
-    EXPECT_EQ(svc.handle(req(19, ND_CLI_OPT_UNDO, {id, CmfItem::u32(14, 360)})).endStatus, 6u);
-    EXPECT_EQ(svc.handle(req(20, ND_CLI_OPT_UNDO, {id, CmfItem::u32(16, 20480)})).endStatus, 6u);
+    EXPECT_EQ(svc.handle(req(19, ND_CLI_OPT_UNDO, {id, CmfItem::u32(14, 360)})).endStatus, 13u);
+    EXPECT_EQ(svc.handle(req(20, ND_CLI_OPT_UNDO, {id, CmfItem::u32(16, 20480)})).endStatus, 13u);
     svc.handle(req(21, ND_CLI_OPT_UNDO, {id}));
-    EXPECT_EQ(svc.handle(req(21, ND_CLI_OPT_UNDO, {id})).endStatus, 6u);
+    EXPECT_EQ(svc.handle(req(21, ND_CLI_OPT_UNDO, {id})).endStatus, 13u);
+    // Host advertisement off is the one difference from the defaults: the rest stored nothing.
+    EXPECT_EQ(vxlanConfig(7), "\n no ipv6 nd host advertise");
 }
 
 TEST_F(ServiceTest, ProxyAnywayAndSuppressionExcludeEachOther)
