@@ -26,6 +26,7 @@
 #include "nd_cli.h"
 #include "nd_service.h"
 #include "ndplat_service.h"
+#include "service_requests.h"
 #include "test_support.h"
 
 namespace {
@@ -152,25 +153,8 @@ int connectRaw(const std::string &path)
     return fd;
 }
 
-CmfRequest req(uint32_t code, uint32_t kind, std::vector<CmfItem> items = {})
-{
-    CmfRequest r;
-    r.service = "ipv6";
-    r.hasObject = true;
-    r.cmdCode = code;
-    r.optKind = kind;
-    r.serviceType = 234;
-    r.serviceInstance = 1;
-    r.timeout = 20;
-    r.itemCount = static_cast<uint32_t>(items.size());
-    r.items = std::move(items);
-    return r;
-}
-
-CmfItem u16(uint32_t type, uint16_t v)
-{
-    return CmfItem::of(type, &v, 2);
-}
+using svctest::req;
+using svctest::u16;
 
 // The status the service answers a request with on a connection of its own; ~0 for none.
 uint32_t ask(const std::string &dir, const CmfRequest &r)
@@ -304,17 +288,8 @@ std::vector<uint8_t> askAsNobody(const std::string &socketPath, const CmfRequest
     close(answer[1]);
     Child child{pid};
     childPid = pid;
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    char b[512];
-    while (Clock::now() < deadline) {
-        pollfd p{answer[0], POLLIN, 0};
-        if (poll(&p, 1, 50) <= 0)
-            continue;
-        ssize_t n = read(answer[0], b, sizeof b);
-        if (n <= 0)
-            break;
-        got.insert(got.end(), b, b + n);
-    }
+    std::vector<uint8_t> more = ndtest::read_until_closed(answer[0], 5000);
+    got.insert(got.end(), more.begin(), more.end());
     close(answer[0]);
     int status = 0;
     exitCode = -1;

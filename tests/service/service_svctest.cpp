@@ -17,6 +17,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "service_requests.h"
 #include "test_support.h"
 
 namespace {
@@ -25,24 +26,8 @@ using ndplat::CmfItem;
 using ndplat::CmfRequest;
 using ndplat::CmfResponse;
 
-CmfRequest req(uint32_t code, uint32_t kind, std::vector<CmfItem> items = {})
-{
-    CmfRequest r;
-    r.service = "ipv6";
-    r.hasObject = true;
-    r.cmdCode = code;
-    r.optKind = kind;
-    r.serviceType = 234;
-    r.serviceInstance = 1;
-    r.itemCount = static_cast<uint32_t>(items.size());
-    r.items = std::move(items);
-    return r;
-}
-
-CmfItem u16(uint32_t type, uint16_t v)
-{
-    return CmfItem::of(type, &v, 2);
-}
+using svctest::req;
+using svctest::u16;
 
 CmfItem text(uint32_t type, const std::string &s, uint32_t length)
 {

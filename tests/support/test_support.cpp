@@ -2,9 +2,11 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -150,6 +152,23 @@ struct ScratchTrees {
 };
 
 } // namespace
+
+std::vector<uint8_t> read_until_closed(int fd, int limitMs)
+{
+    std::vector<uint8_t> got;
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    char b[512];
+    while (std::chrono::steady_clock::now() < deadline) {
+        pollfd p{fd, POLLIN, 0};
+        if (poll(&p, 1, 50) <= 0)
+            continue;
+        ssize_t n = read(fd, b, sizeof b);
+        if (n <= 0)
+            break;
+        got.insert(got.end(), b, b + n);
+    }
+    return got;
+}
 
 std::string fresh_scratch_dir(const std::string &prefix)
 {

@@ -94,6 +94,9 @@ SHELL_CMD_FN cmd_handler(size_t index);
 // Calls a command handler with words as the shell passes them (argv[argc] is null).
 int32_t run_handler(SHELL_CMD_FN fn, const std::vector<std::string> &words);
 
+// Everything read from fd until it closes or `limitMs` have passed.
+std::vector<uint8_t> read_until_closed(int fd, int limitMs);
+
 // A new directory under /tmp/<prefix>-<pid>/ (socket paths must be short), numbered in the
 // order asked for; the whole tree of the prefix is removed when the program ends.
 std::string fresh_scratch_dir(const std::string &prefix);

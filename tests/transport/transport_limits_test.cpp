@@ -542,20 +542,7 @@ TEST_F(TransportLimitsTest, ThePeerOfAnotherUserIsRefusedWithItsReason)
         _exit(0);
     }
     close(answer[1]);
-    std::vector<uint8_t> got;
-    {
-        auto deadline = Clock::now() + std::chrono::seconds(5);
-        char b[512];
-        while (Clock::now() < deadline) {
-            pollfd p{answer[0], POLLIN, 0};
-            if (poll(&p, 1, 100) <= 0)
-                continue;
-            ssize_t n = read(answer[0], b, sizeof b);
-            if (n <= 0)
-                break;
-            got.insert(got.end(), b, b + n);
-        }
-    }
+    std::vector<uint8_t> got = ndtest::read_until_closed(answer[0], 5000);
     close(answer[0]);
     int status = 0;
     if (waitpid(child, &status, WNOHANG) == 0) {
