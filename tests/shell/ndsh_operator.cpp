@@ -34,6 +34,7 @@ TEST(NdshInterrupt, CtrlCAtThePromptDropsTheLineAndLeavesTheServiceAlone)
     ASSERT_TRUE(pty.expect("switch#"));
     long service = service_pid(state);
     ASSERT_TRUE(process_alive(service));
+    pty.drain(100); // the prompt settles first (see below)
     pty.send("show deb");
     ASSERT_TRUE(pty.expect("show deb"));
     pty.send(kCtrlC);
