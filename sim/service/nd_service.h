@@ -89,6 +89,8 @@ struct RemoteNbr {
 };
 
 using VxlanKey = std::pair<uint32_t, Ip6>; // VXLAN id, host address
+// The VXLAN id that the listings take for every instance: 0 is never a configured one.
+constexpr uint32_t kEveryVxlan = 0;
 
 class EcStore;
 struct VxlanSettings;
@@ -178,6 +180,7 @@ private:
     std::string diagnose_vxlan(EcStore &ec, uint32_t id);
     std::string diagnose_vxlan_hosts(uint32_t kind, uint32_t value);
     std::string diagnose_global(EcStore &ec);
+    std::string diagnose_every_vxlan(EcStore &ec);
     std::string diagnose_acl(EcStore &ec);
     std::string diagnose_requests();
     std::string diagnose_interfaces(EcStore &ec);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <set>
 
 #include "svc_items.h"
 #include "svc_store.h"
@@ -84,8 +85,10 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
     std::string text;
     switch (kind) {
     case ndwire::kDiagnoseGeneral:
-        // A VXLAN id names that id; 0 the global state; no value the interfaces.
-        text = !hasValue ? diagnose_interfaces(ec) : value != 0 ? diagnose_vxlan(ec, value) : diagnose_global(ec);
+        // A VXLAN id names that id; 0 every instance; no value the interfaces.
+        text = !hasValue ? diagnose_interfaces(ec)
+               : value != kEveryVxlan ? diagnose_vxlan(ec, value)
+                                      : diagnose_every_vxlan(ec);
         break;
     case ndwire::kDiagnoseHosts:
     case ndwire::kDiagnoseMacs:
@@ -148,10 +151,31 @@ std::string NdService::diagnose_global(EcStore &ec)
     text += format("  fast-response: %s\n  static user-binds: %zu\n  dynamic user-binds: %zu\n  prefixes: %zu\n",
                    enable_disable(!ec.exists(ndwire::kKeyFastResponse)), statics,
                    dynamicBinds_[0].size() + dynamicBinds_[1].size(), prefixes_.size());
+    return text;
+}
+
+// The global state, then every instance that is configured or has hosts: its settings and its
+// local hosts, so that an output modifier finds a host line whichever instance holds it.
+std::string NdService::diagnose_every_vxlan(EcStore &ec)
+{
+    std::set<uint32_t> ids;
     for (const std::string &key : ec.keys(ndwire::kTypeVxlan)) {
         unsigned id = 0;
         if (sscanf(key.c_str(), "vxlan %u", &id) == 1)
-            text += diagnose_vxlan(ec, id);
+            ids.insert(id);
+    }
+    for (const auto &entry : hosts_)
+        ids.insert(entry.first.first);
+    for (const auto &entry : suppression_)
+        ids.insert(entry.first.first);
+    for (const auto &entry : remoteNbrs_)
+        ids.insert(entry.first.second.first);
+    std::string text = diagnose_global(ec);
+    for (uint32_t id : ids) {
+        text += diagnose_vxlan(ec, id);
+        auto first = hosts_.lower_bound(VxlanKey{id, Ip6{}});
+        if (first != hosts_.end() && first->first.first == id)
+            text += diagnose_vxlan_hosts(ndwire::kDiagnoseHosts, id);
     }
     return text;
 }

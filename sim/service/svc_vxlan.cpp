@@ -13,12 +13,14 @@ namespace vx = ndwire::vxlan;
 namespace vc = ndwire::vxlancfg;
 
 // One answer of a VXLAN table: up to kRecordsPerResponse records from the position after the
-// record that the follow-up request carries, of one VXLAN id when the request names one.
+// record that the follow-up request carries, of one VXLAN id when the request names one. Id 0,
+// never a valid instance, is every instance: the show handlers read their id from the words the
+// shell passes, and behind an output modifier ("| include ...") that word is not a number.
 template <typename Map, typename MakeRecord>
 CmfResponse vxlan_page(const CmfRequest &request, const Map &table, MakeRecord make)
 {
     uint32_t id = 0;
-    bool oneId = item_number(request, ndwire::kItemVxlanId, id);
+    bool oneId = item_number(request, ndwire::kItemVxlanId, id) && id != kEveryVxlan;
     auto it = oneId ? table.lower_bound(VxlanKey{id, Ip6{}}) : table.begin();
     if (const CmfItem *last = find_item(request, ndwire::kItemLastRecord)) {
         // The record last received: its VXLAN id and address give the place to go on from.

@@ -495,6 +495,37 @@ TEST_F(ServiceTest, VxlanHostTableComesIn64RecordAnswersWithFollowUps)
     EXPECT_EQ(empty.items[0].type, 20u);
 }
 
+TEST_F(ServiceTest, VxlanIdZeroListsTheHostsOfEveryInstance)
+{
+    // Behind an output modifier the show handlers send id 0: every instance, as without an id.
+    ASSERT_TRUE(svc.seed_text(R"({"vxlan_hosts":[{"vxlan":5,"ip":"2001:db8::5","mac":"00:00:00:00:00:05"},
+                                                  {"vxlan":6,"ip":"2001:db8::6","mac":"00:00:00:00:00:06"}],
+                               "suppression_hosts":[{"vxlan":7,"ip":"2001:db8::7","mac":"00:00:00:00:00:07","count":2},
+                                                    {"vxlan":8,"ip":"2001:db8::8","mac":"00:00:00:00:00:08"}]})",
+                              nullptr));
+    CmfResponse hosts = svc.handle(req(25, ND_CLI_OPT_SHOW, {CmfItem::u32(15, 0)}));
+    EXPECT_EQ(hosts.status, 13u);
+    ASSERT_EQ(hosts.items.size(), 3u);
+    EXPECT_EQ(at<uint32_t>(hosts.items[0].bytes, 96), 5u);
+    EXPECT_EQ(at<uint32_t>(hosts.items[1].bytes, 96), 6u);
+    EXPECT_EQ(hosts.items[2].type, 20u) << "end of table";
+
+    CmfResponse suppressed = svc.handle(req(22, ND_CLI_OPT_SHOW, {CmfItem::u32(15, 0)}));
+    EXPECT_EQ(suppressed.status, 13u);
+    ASSERT_EQ(suppressed.items.size(), 4u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(suppressed.items[0].bytes.data()), "2001:db8::7");
+    EXPECT_STREQ(reinterpret_cast<const char *>(suppressed.items[1].bytes.data()), "2001:db8::8");
+    EXPECT_STREQ(reinterpret_cast<const char *>(suppressed.items[2].bytes.data()), "2001:db8::8");
+    EXPECT_EQ(at<uint32_t>(suppressed.items[2].bytes, 96), 8u);
+
+    CmfResponse one = svc.handle(req(22, ND_CLI_OPT_SHOW, {CmfItem::u32(15, 8)}));
+    ASSERT_EQ(one.items.size(), 2u) << "a real id still selects its instance";
+    EXPECT_EQ(at<uint32_t>(one.items[0].bytes, 96), 8u);
+
+    EXPECT_EQ(st(req(25, ND_CLI_OPT_UNDO, {CmfItem::u32(15, 0)})), 13u);
+    EXPECT_EQ(svc.vxlan_host_count(), 2u) << "a clear of id 0 is not a clear of everything";
+}
+
 TEST_F(ServiceTest, InjectedSuppressionHostsAreListed)
 {
     uint8_t rec[52] = {};
@@ -600,6 +631,24 @@ TEST_F(ServiceTest, DiagnoseWritesItsTextIntoTheDumpFile)
     svc.seed_text(R"({"vxlan_hosts":[{"vxlan":4,"ip":"2001:db8::1","mac":"00:00:00:00:00:04","port_index":2}]})", nullptr);
     EXPECT_EQ(st(req(29, ND_CLI_OPT_SHOW, {CmfItem::u32(13, 1), CmfItem::u32(2, 4)})), 13u);
     EXPECT_EQ(readDiagnose(), "vxlan 4 local hosts\n  2001:db8::1 0000.0000.0004 port-index 2\n");
+    unlink(ndsvc::kDiagnoseFile);
+}
+
+TEST_F(ServiceTest, DiagnoseOfVxlanIdZeroShowsEveryInstanceWithItsHosts)
+{
+    unlink(ndsvc::kDiagnoseFile);
+    EXPECT_EQ(st(req(19, ND_CLI_OPT_SET, {CmfItem::u32(15, 9), CmfItem::u32(14, 30)})), 13u);
+    svc.seed_text(R"({"vxlan_hosts":[{"vxlan":4,"ip":"2001:db8::1","mac":"00:00:00:00:00:04","port_index":2}]})", nullptr);
+    EXPECT_EQ(st(req(29, ND_CLI_OPT_SHOW, {CmfItem::u32(13, 0), CmfItem::u32(2, 0)})), 13u);
+    EXPECT_EQ(readDiagnose(), "nd global\n  snooping: disable\n  ns-check-loose: disable\n  attack-log: disable\n"
+                              "  fast-response: enable\n  static user-binds: 0\n  dynamic user-binds: 0\n  prefixes: 0\n"
+                              "vxlan 4\n  suppression: off\n  missmatch discard: off\n  unicast forward: off\n"
+                              "  host advertise: on\n  host limit: 20480\n  host timeout: 360\n  local hosts: 1\n"
+                              "  suppression hosts: 0\n  remote neighbours: 0\n"
+                              "vxlan 4 local hosts\n  2001:db8::1 0000.0000.0004 port-index 2\n"
+                              "vxlan 9\n  suppression: off\n  missmatch discard: off\n  unicast forward: off\n"
+                              "  host advertise: on\n  host limit: 20480\n  host timeout: 30\n  local hosts: 0\n"
+                              "  suppression hosts: 0\n  remote neighbours: 0\n");
     unlink(ndsvc::kDiagnoseFile);
 }
 
