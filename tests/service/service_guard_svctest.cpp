@@ -39,43 +39,15 @@ using Clock = std::chrono::steady_clock;
 
 constexpr uid_t kNobody = 65534;
 
-// State directories under /tmp (socket paths must be short), removed when the program ends.
-struct Scratch {
-    std::string root = "/tmp/ndsg-" + std::to_string(getpid());
-    Scratch()
-    {
-        mkdir(root.c_str(), 0755);
-        chmod(root.c_str(), 0755); // another user must reach the sockets inside
-    }
-    ~Scratch()
-    {
-        // A service outlives the test that started it: every state directory's one is stopped.
-        std::error_code ec;
-        for (const auto &entry : std::filesystem::directory_iterator(root, ec))
-            if (entry.is_directory(ec) && ndplat::service_lock_holder(entry.path().string()) != 0)
-                ndplat::service_stop(entry.path().string(), true);
-        std::filesystem::remove_all(root);
-    }
-};
-
-Scratch &scratch()
-{
-    static Scratch s;
-    return s;
-}
-
-std::string freshName()
-{
-    static int n = 0;
-    return scratch().root + "/" + std::to_string(n++);
-}
-
 std::string freshStateDir()
 {
-    std::string dir = freshName();
-    mkdir(dir.c_str(), 0755);
-    chmod(dir.c_str(), 0755);
-    return dir;
+    return svctest::fresh_state_dir("ndsg");
+}
+
+// A path in a fresh directory that nothing has made yet.
+std::string freshName()
+{
+    return freshStateDir() + "/new";
 }
 
 // Stops the service of a state directory on every way out of a test.
@@ -140,18 +112,6 @@ std::string lockPath(const std::string &dir)
     return dir + "/ndsvc.lock";
 }
 
-int connectRaw(const std::string &path)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    strcpy(addr.sun_path, path.c_str());
-    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
 
 using svctest::req;
 using svctest::u16;
@@ -159,7 +119,7 @@ using svctest::u16;
 // The status the service answers a request with on a connection of its own; ~0 for none.
 uint32_t ask(const std::string &dir, const CmfRequest &r)
 {
-    int fd = connectRaw(ndplat::service_socket_path(dir));
+    int fd = ndtest::connect_unix(ndplat::service_socket_path(dir));
     if (fd < 0)
         return ~0u;
     std::vector<uint8_t> body;
@@ -564,14 +524,17 @@ TEST_F(GuardTest, IdleConnectionsAreBoundedAndAClientBeyondIsRefusedAtOnce)
     long pid = ndplat::service_start(dir, {"--max-connections", "8", "--idle-timeout-ms", "1500"});
     ASSERT_GT(pid, 0);
     // The connection that service_start made to see the service up may still hold a slot for a
-    // moment: start counting once the service serves nobody (its main thread alone).
+    // moment, or not even be accepted yet: one answered request proves it was accepted (the
+    // service accepts in order); then start counting once the service serves nobody (its main
+    // thread alone).
+    ASSERT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), ndwire::kCmfNoMore);
     for (int wait = 0; wait < 200 && statusNumber(static_cast<pid_t>(pid), "Threads") > 1; ++wait)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     ASSERT_EQ(statusNumber(static_cast<pid_t>(pid), "Threads"), 1);
     constexpr int kPeers = 100;
     Fds idle;
     for (int i = 0; i < kPeers; ++i) {
-        int fd = connectRaw(ndplat::service_socket_path(dir));
+        int fd = ndtest::connect_unix(ndplat::service_socket_path(dir));
         ASSERT_GE(fd, 0) << i;
         idle.fds.push_back(fd);
     }
@@ -621,7 +584,7 @@ TEST_F(GuardTest, DeclaredBodiesThatNeverArriveCostTheServiceNothing)
     // Beyond the limit: closed at once.
     Fds huge;
     for (int i = 0; i < kPeers; ++i) {
-        int fd = connectRaw(ndplat::service_socket_path(dir));
+        int fd = ndtest::connect_unix(ndplat::service_socket_path(dir));
         ASSERT_GE(fd, 0);
         huge.fds.push_back(fd);
         uint32_t declared = 64u << 20;
@@ -634,7 +597,7 @@ TEST_F(GuardTest, DeclaredBodiesThatNeverArriveCostTheServiceNothing)
     // and their threads exist, so that what grows is the bodies alone.
     Fds atLimit;
     for (int i = 0; i < kPeers; ++i) {
-        int fd = connectRaw(ndplat::service_socket_path(dir));
+        int fd = ndtest::connect_unix(ndplat::service_socket_path(dir));
         ASSERT_GE(fd, 0);
         atLimit.fds.push_back(fd);
     }

@@ -654,28 +654,9 @@ TEST_F(ServiceTest, DiagnoseOfVxlanIdZeroShowsEveryInstanceWithItsHosts)
 
 // ---- the real process --------------------------------------------------------------------------------
 
-// State directories under /tmp (socket paths must be short), removed when the program ends.
-struct Scratch {
-    std::string root = "/tmp/ndsvc-test-" + std::to_string(getpid());
-    Scratch() { mkdir(root.c_str(), 0755); }
-    ~Scratch()
-    {
-        // A service outlives the test that started it: every state directory's one is stopped.
-        std::error_code ec;
-        for (const auto &entry : std::filesystem::directory_iterator(root, ec))
-            if (entry.is_directory(ec) && ndplat::service_lock_holder(entry.path().string()) != 0)
-                ndplat::service_stop(entry.path().string(), true);
-        std::filesystem::remove_all(root);
-    }
-};
-
 std::string freshStateDir()
 {
-    static Scratch scratch;
-    static int n = 0;
-    std::string dir = scratch.root + "/" + std::to_string(n++);
-    mkdir(dir.c_str(), 0755);
-    return dir;
+    return svctest::fresh_state_dir("ndsvc-test");
 }
 
 TEST_F(ServiceTest, ServiceControlStartsQueriesAndLosesTheProcess)

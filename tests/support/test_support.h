@@ -97,6 +97,9 @@ int32_t run_handler(SHELL_CMD_FN fn, const std::vector<std::string> &words);
 // Everything read from fd until it closes or `limitMs` have passed.
 std::vector<uint8_t> read_until_closed(int fd, int limitMs);
 
+// A blocking connection to the Unix socket at `path`; -1 when nothing accepts there.
+int connect_unix(const std::string &path);
+
 // A new directory under /tmp/<prefix>-<pid>/ (socket paths must be short), numbered in the
 // order asked for; the whole tree of the prefix is removed when the program ends.
 std::string fresh_scratch_dir(const std::string &prefix);

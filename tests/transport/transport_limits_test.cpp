@@ -95,18 +95,6 @@ CmfResponse answerArgIndex(const CmfRequest &r, ndplat::ServiceConnection &)
     return response;
 }
 
-int connectRaw(const std::string &path)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    strcpy(addr.sun_path, path.c_str());
-    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
 
 // Descriptors closed on every way out of a test.
 struct Fds {
@@ -135,7 +123,7 @@ CmfRequest request(uint32_t code, uint32_t argIndex = 0)
 // One request and its answer on a connection of its own; false when no answer came.
 bool exchange(const std::string &socketPath, const CmfRequest &r, CmfResponse &response)
 {
-    int fd = connectRaw(socketPath);
+    int fd = ndtest::connect_unix(socketPath);
     if (fd < 0)
         return false;
     std::vector<uint8_t> body;
@@ -227,7 +215,7 @@ TEST_F(TransportLimitsTest, AFrameDeclaredBeyondTheLimitIsRefusedAtOnceWithoutWa
     ASSERT_TRUE(service.ok());
     testing::internal::CaptureStderr();
     Fds open;
-    int fd = connectRaw(service.socket());
+    int fd = ndtest::connect_unix(service.socket());
     open.fds.push_back(fd);
     ASSERT_GE(fd, 0);
     uint32_t declared = 64u << 20;
@@ -245,7 +233,7 @@ TEST_F(TransportLimitsTest, DeclaredBodiesThatNeverArriveAreNotAllocated)
     constexpr int kPeers = 40;
     Fds open;
     for (int i = 0; i < kPeers; ++i) {
-        int fd = connectRaw(service.socket());
+        int fd = ndtest::connect_unix(service.socket());
         ASSERT_GE(fd, 0);
         open.fds.push_back(fd);
     }
@@ -277,7 +265,7 @@ TEST_F(TransportLimitsTest, AConnectionBeyondTheLimitIsRefusedWithAClearErrorAtO
     ASSERT_TRUE(service.ok());
     Fds open;
     for (int i = 0; i < 2; ++i)
-        open.fds.push_back(connectRaw(service.socket()));
+        open.fds.push_back(ndtest::connect_unix(service.socket()));
     ASSERT_TRUE(service.settlesAt(2));
 
     ndplat::cmf_transport_set(ndplat::socket_transport(service.socket()));
@@ -315,10 +303,10 @@ TEST_F(TransportLimitsTest, ARefusalIsReadAlsoByAClientThatWritesAfterTheClose)
     LimitedService service(limits(1, 60000), answerArgIndex);
     ASSERT_TRUE(service.ok());
     Fds open;
-    open.fds.push_back(connectRaw(service.socket()));
+    open.fds.push_back(ndtest::connect_unix(service.socket()));
     ASSERT_TRUE(service.settlesAt(1));
     testing::internal::CaptureStderr();
-    int late = connectRaw(service.socket());
+    int late = ndtest::connect_unix(service.socket());
     open.fds.push_back(late);
     ASSERT_GE(late, 0);
     // Wait, without reading, until the service has answered and closed its end.
@@ -345,12 +333,12 @@ TEST_F(TransportLimitsTest, RefusalsOfAFloodAreLoggedOnceASecond)
     LimitedService service(limits(1, 60000), answerArgIndex);
     ASSERT_TRUE(service.ok());
     Fds open;
-    open.fds.push_back(connectRaw(service.socket()));
+    open.fds.push_back(ndtest::connect_unix(service.socket()));
     ASSERT_TRUE(service.settlesAt(1));
     testing::internal::CaptureStderr();
     auto start = Clock::now();
     for (int i = 0; i < 50; ++i) {
-        int fd = connectRaw(service.socket());
+        int fd = ndtest::connect_unix(service.socket());
         open.fds.push_back(fd);
         EXPECT_TRUE(closedWithin(fd, 2000)) << i;
     }
@@ -370,7 +358,7 @@ TEST_F(TransportLimitsTest, AnIdleConnectionIsClosedAfterTheIdleTimeout)
     LimitedService service(limits(4, 200), answerArgIndex);
     ASSERT_TRUE(service.ok());
     Fds open;
-    int fd = connectRaw(service.socket());
+    int fd = ndtest::connect_unix(service.socket());
     open.fds.push_back(fd);
     ASSERT_GE(fd, 0);
     auto start = Clock::now();
@@ -401,7 +389,7 @@ TEST_F(TransportLimitsTest, TheDefaultIdleTimeoutIsSixTimesThePlugInsContextTime
     LimitedService service(ndplat::ServiceLimits{}, answerArgIndex);
     ASSERT_TRUE(service.ok());
     Fds open;
-    int fd = connectRaw(service.socket());
+    int fd = ndtest::connect_unix(service.socket());
     open.fds.push_back(fd);
     auto start = Clock::now();
     ASSERT_TRUE(closedWithin(fd, 3000));
@@ -455,7 +443,7 @@ TEST_F(TransportLimitsTest, AnAllocationFailureEndsOneRequestWithAnErrorAndTheCo
     });
     ASSERT_TRUE(service.ok());
     Fds open;
-    int fd = connectRaw(service.socket());
+    int fd = ndtest::connect_unix(service.socket());
     open.fds.push_back(fd);
     testing::internal::CaptureStderr();
     std::vector<uint8_t> body;

@@ -526,18 +526,6 @@ TEST_F(TransportTest, ReceiveWithoutASendIsAFailure)
 
 // ---- the server's side of malformed requests -------------------------------------------------------
 
-int connectRaw(const std::string &path)
-{
-    int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    strcpy(addr.sun_path, path.c_str());
-    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
 
 TEST_F(TransportTest, ServerRejectsMalformedRequestsAndKeepsServing)
 {
@@ -549,7 +537,7 @@ TEST_F(TransportTest, ServerRejectsMalformedRequestsAndKeepsServing)
     ASSERT_TRUE(service.ok());
 
     testing::internal::CaptureStderr();
-    int fd = connectRaw(service.socket());
+    int fd = ndtest::connect_unix(service.socket());
     ASSERT_GE(fd, 0);
     ASSERT_EQ(ndplat::frame_write(fd, std::vector<uint8_t>{9, 9, 9, 9, 9}, 1000), ndplat::FrameResult::ok);
     std::vector<uint8_t> answer;
@@ -557,7 +545,7 @@ TEST_F(TransportTest, ServerRejectsMalformedRequestsAndKeepsServing)
     close(fd);
 
     // A frame cut short by the client.
-    fd = connectRaw(service.socket());
+    fd = ndtest::connect_unix(service.socket());
     uint32_t claimed = 64;
     send(fd, &claimed, 4, MSG_NOSIGNAL);
     send(fd, "abc", 3, MSG_NOSIGNAL);
