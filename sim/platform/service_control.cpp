@@ -46,8 +46,10 @@ struct ControlState {
 
 ControlState &control()
 {
-    static ControlState s;
-    return s;
+    // Never destroyed: a service is stopped from other statics' destructors and atexit handlers
+    // too, which may run after this one would have been.
+    static ControlState *s = new ControlState;
+    return *s;
 }
 
 std::string attachedDir()

@@ -402,6 +402,28 @@ TEST_F(GuardTest, ASocketAndPidFileLeftByACrashAreReplaced)
     EXPECT_NE(access(ndplat::service_pid_path(dir).c_str(), F_OK), 0);
 }
 
+TEST_F(GuardTest, AServiceIsStoppedSafelyWhileTheProgramEnds)
+{
+    // Test helpers and shells stop services from their statics' destructors: the platform's
+    // state must still be there for them.
+    std::string dir = freshStateDir();
+    StopsService stops{dir};
+    Child program;
+    program.pid = fork();
+    if (program.pid == 0) {
+        execl(STOP_AT_EXIT_PATH, STOP_AT_EXIT_PATH, dir.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    ASSERT_GT(program.pid, 0);
+    int status = 0;
+    ASSERT_EQ(waitpid(program.pid, &status, 0), program.pid);
+    program.pid = -1;
+    ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << (WIFSIGNALED(status) ? WTERMSIG(status) : 0);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(ndplat::service_lock_holder(dir), 0) << "the service was stopped";
+    EXPECT_NE(access(ndplat::service_pid_path(dir).c_str(), F_OK), 0);
+}
+
 TEST_F(GuardTest, AServiceRemovesOnlyTheFilesItMade)
 {
     std::string dir = freshStateDir();
