@@ -6,10 +6,13 @@
 // handlers and the platform's socket transport) against a real ndsvc over the socket; the
 // shell's rows run the real ndsh binary, on a pseudo-terminal for the start-up.
 //
-//   nd_bench_service [--runs N] [--small] [--ndsh PATH] [--ndsvc PATH]
+//   nd_bench_service [--runs N] [--small] [--only ROW,...] [--ndsh PATH] [--ndsvc PATH]
 //
 // --runs N   runs of every measure (default 5)
 // --small    every size 100 times smaller (at least 1): a smoke run
+// --only     measure these rows alone (user-bind, hosts, inject, running-config, dbm, ndsh-f,
+//            startup, memory), e.g. under a profiler; the configuration through ndsh -f that
+//            the other rows need still runs once
 //
 // The order of the work: the configuration rows through `ndsh -f` come first, each in a fresh
 // state directory with a service started beforehand; the last of those directories (4,094
@@ -97,7 +100,11 @@ Sizes smallSizes()
 }
 
 struct Row {
-    Row(std::string m, double g, std::string u) : measure(std::move(m)), goal(g), unit(std::move(u)) {}
+    Row(std::string k, std::string m, double g, std::string u)
+        : key(std::move(k)), measure(std::move(m)), goal(g), unit(std::move(u))
+    {
+    }
+    std::string key; // its name for --only
     std::string measure;
     double goal = 0;
     std::string unit;
@@ -527,9 +534,14 @@ struct Options {
     bool small = false;
     std::string ndsh = ND_BENCH_NDSH;
     std::string ndsvc = ND_BENCH_NDSVC;
+    std::vector<std::string> only; // the rows to measure; empty: all
 };
 
-constexpr const char *kUsage = "usage: nd_bench_service [--runs N] [--small] [--ndsh PATH] [--ndsvc PATH]\n";
+constexpr const char *kUsage =
+    "usage: nd_bench_service [--runs N] [--small] [--only ROW,...] [--ndsh PATH] [--ndsvc PATH]\n"
+    "rows: user-bind, hosts, inject, running-config, dbm, ndsh-f, startup, memory\n";
+constexpr const char *kRowKeys[] = {"user-bind", "hosts", "inject", "running-config", "dbm", "ndsh-f", "startup",
+                                    "memory"};
 
 bool parse(int argc, char **argv, Options &o)
 {
@@ -546,6 +558,13 @@ bool parse(int argc, char **argv, Options &o)
             o.ndsh = argv[++i];
         } else if (a == "--ndsvc" && hasValue) {
             o.ndsvc = argv[++i];
+        } else if (a == "--only" && hasValue) {
+            std::stringstream list(argv[++i]);
+            for (std::string key; std::getline(list, key, ',');) {
+                if (std::find(std::begin(kRowKeys), std::end(kRowKeys), key) == std::end(kRowKeys))
+                    return false;
+                o.only.push_back(key);
+            }
         } else {
             return false;
         }
@@ -592,23 +611,27 @@ int main(int argc, char **argv)
     enum { kUserBind, kHosts, kInjectCommand, kInjectHeld, kRunningConfig, kDbm, kCommandFile, kStartup, kMemory };
     const uint32_t fileLines = 3 * sizes.vlans + 3;
     std::vector<Row> rows = {
-        {"`show nd snooping user-bind dynamic`, " + withThousands(sizes.dynamicBinds) + " rows, wall", 100, "ms"},
-        {"`show ipv6 nd host vxlan`, " + withThousands(sizes.vxlanHosts) + " hosts, wall", 120, "ms"},
-        {"`nd mpos suppress ... " + std::to_string(sizes.injected) + "`: the command", 300, "ms"},
-        {"`nd mpos suppress ... " + std::to_string(sizes.injected) + "`: all hosts held by the service", 600, "ms"},
-        {"full running configuration (" + withThousands(sizes.vlans) + " VLANs, " + withThousands(sizes.staticBinds) +
+        {"user-bind", "`show nd snooping user-bind dynamic`, " + withThousands(sizes.dynamicBinds) + " rows, wall", 100, "ms"},
+        {"hosts", "`show ipv6 nd host vxlan`, " + withThousands(sizes.vxlanHosts) + " hosts, wall", 120, "ms"},
+        {"inject", "`nd mpos suppress ... " + std::to_string(sizes.injected) + "`: the command", 300, "ms"},
+        {"inject", "`nd mpos suppress ... " + std::to_string(sizes.injected) + "`: all hosts held by the service", 600, "ms"},
+        {"running-config", "full running configuration (" + withThousands(sizes.vlans) + " VLANs, " + withThousands(sizes.staticBinds) +
              " binds, " + withThousands(sizes.vxlans) + " VXLANs)",
          60, "ms"},
-        {"opening and closing \"ec_nd\" once (`DBM_Open` + `DBM_Close`, mean of " + withThousands(sizes.dbmPairs) +
+        {"dbm", "opening and closing \"ec_nd\" once (`DBM_Open` + `DBM_Close`, mean of " + withThousands(sizes.dbmPairs) +
              ")",
          20, "µs"},
-        {"configuration through `ndsh -f`, " + withThousands(fileLines) + " lines", 1.5, "s"},
-        {"`ndsh` start to prompt, " + withThousands(sizes.vlans) + " VLANs in the inventory", 10, "ms"},
-        {"ND service memory (VmRSS of ndsvc), " + withThousands(sizes.dynamicBinds) + " bindings and " +
+        {"ndsh-f", "configuration through `ndsh -f`, " + withThousands(fileLines) + " lines", 1.5, "s"},
+        {"startup", "`ndsh` start to prompt, " + withThousands(sizes.vlans) + " VLANs in the inventory", 10, "ms"},
+        {"memory", "ND service memory (VmRSS of ndsvc), " + withThousands(sizes.dynamicBinds) + " bindings and " +
              withThousands(sizes.vxlanHosts) + " hosts",
          64, "MiB"},
     };
     std::vector<std::string> notes;
+    auto want = [&](int row) {
+        return options.only.empty() ||
+               std::find(options.only.begin(), options.only.end(), rows[row].key) != options.only.end();
+    };
 
     // ---- configuration through ndsh -f, each run in a fresh state directory ----
     std::string file = runDir.path() + "/config.txt";
@@ -616,7 +639,9 @@ int main(int argc, char **argv)
         std::ofstream(file) << commandFile(sizes.vlans);
     }
     std::string mainDir;
-    for (int r = 0; r < runs; ++r) {
+    // Without its row, one configuration still makes the switch the other rows measure.
+    const int configRuns = want(kCommandFile) ? runs : 1;
+    for (int r = 0; r < configRuns; ++r) {
         std::string dir = runDir.stateDir("config-" + std::to_string(r + 1));
         if (!runDir.startService(dir)) {
             rows[kCommandFile].fail("ndsvc did not start");
@@ -629,7 +654,7 @@ int main(int argc, char **argv)
         else
             rows[kCommandFile].fail(why);
         // The last configured directory serves the other rows.
-        if (ms >= 0 && r + 1 == runs) {
+        if (ms >= 0 && r + 1 == configRuns) {
             mainDir = dir;
         } else {
             runDir.dropStateDir(dir);
@@ -674,7 +699,8 @@ int main(int argc, char **argv)
     }
     long servicePid = ready ? ndplat::service_lock_holder(mainDir) : -1;
     long peakKiB = 0;
-    for (int r = 0; ready && userBind && hosts && r < runs; ++r) {
+    const bool listings = want(kUserBind) || want(kHosts) || want(kMemory);
+    for (int r = 0; listings && ready && userBind && hosts && r < runs; ++r) {
         Clock::time_point t0 = Clock::now();
         {
             OutputTo quiet(listing);
@@ -711,7 +737,7 @@ int main(int argc, char **argv)
         notes.push_back("ndsvc peak resident size (VmHWM) after the listings: " + figure(peakKiB / 1024.0) + " MiB");
 
     // ---- the running configuration: static user-binds and VXLAN instances added ----
-    if (ready) {
+    if (ready && want(kRunningConfig)) {
         Clock::time_point c0 = Clock::now();
         uint32_t refused = 0;
         for (uint32_t i = 0; i < sizes.staticBinds; ++i) {
@@ -778,7 +804,7 @@ int main(int argc, char **argv)
     }
 
     // ---- opening and closing "ec_nd" ----
-    for (int r = 0; ready && r < runs; ++r) {
+    for (int r = 0; ready && want(kDbm) && r < runs; ++r) {
         bool ok = true;
         Clock::time_point t0 = Clock::now();
         for (uint32_t i = 0; ok && i < sizes.dbmPairs; ++i) {
@@ -794,7 +820,7 @@ int main(int argc, char **argv)
     }
 
     // ---- ndsh start to prompt, the service running ----
-    for (int r = 0; ready && r < runs; ++r) {
+    for (int r = 0; ready && want(kStartup) && r < runs; ++r) {
         std::string why;
         double ms = startToPrompt(options.ndsh, options.ndsvc, mainDir, why);
         if (ms >= 0)
@@ -812,7 +838,7 @@ int main(int argc, char **argv)
     }
     const std::string count = std::to_string(sizes.injected);
     const std::string held = "suppression hosts: " + count + "\n";
-    for (int r = 0; ready && suppress && unsuppress && r < runs; ++r) {
+    for (int r = 0; ready && want(kInjectCommand) && suppress && unsuppress && r < runs; ++r) {
         Clock::time_point t0 = Clock::now();
         run(suppress, {"nd", "mpos", "suppress", "10", "7", "2001:db8::1", "192.0.2.9", "0011.2233.4455", count});
         double command = sinceMs(t0);
@@ -842,7 +868,10 @@ int main(int argc, char **argv)
     bool complete = true;
     printf("\n| Measure | Goal | Median | Spread (min..max) | Runs | Median/goal |\n");
     printf("|---|---|---|---|---|---|\n");
-    for (Row &row : rows) {
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (!want(static_cast<int>(i)))
+            continue;
+        Row &row = rows[i];
         std::string goal = "≤ " + goalText(row.goal) + " " + row.unit;
         if (row.samples.empty() || !row.failure.empty())
             complete = false;
