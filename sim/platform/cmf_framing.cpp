@@ -285,7 +285,7 @@ CmfResponse wire_refusal(const std::string &reason)
 {
     CmfResponse response;
     response.status = kCmfStatusRefused;
-    response.endStatus = kCmfStatusLast;
+    response.endStatus = ndwire::kCmfNoMore;
     response.items.push_back(CmfItem::of(kWireRefusalReasonItem, reason.data(), static_cast<uint32_t>(reason.size())));
     return response;
 }

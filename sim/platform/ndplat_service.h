@@ -49,7 +49,6 @@ constexpr uint32_t kCmfStatusBroken = 3;       // the service closed the connect
 constexpr uint32_t kCmfStatusTimeout = 4;      // no (complete) answer within the timeout
 constexpr uint32_t kCmfStatusMalformed = 7;    // the answer could not be decoded
 constexpr uint32_t kCmfStatusRefused = 8;      // the service refused the connection
-constexpr uint32_t kCmfStatusLast = 13;
 
 constexpr uint32_t kWireRequestMagic = 0x4E445251u;  // "NDRQ"
 constexpr uint32_t kWireResponseMagic = 0x4E445253u; // "NDRS"
