@@ -154,6 +154,21 @@ bool isPublisherCommand(const std::vector<std::string> &words, size_t at)
     return at < words.size() && words[at] == "publisher";
 }
 
+// A debug control call of another module records itself and honours an injected fault; all on
+// and all off set its switches (`set` with the new state), show prints them.
+template <typename Set, typename Show> void debugControl(const char *name, uint32_t code, Set set, Show show)
+{
+    ndplat::trace_call(name, "%u", code);
+    if (ndplat::fault_next(name))
+        return;
+    std::lock_guard<std::mutex> hold(modules().mutex);
+    NdModulesState &s = modules().state;
+    if (code == kDebugAllOn || code == kDebugAllOff)
+        set(s, code == kDebugAllOn);
+    else if (code == kDebugShow)
+        show(s);
+}
+
 } // namespace
 
 extern "C" int32_t shell_nd6_proxy(int32_t argc, char **argv)
@@ -275,31 +290,23 @@ extern "C" int32_t nd_MlagDebugCmd(int32_t argc, char **argv)
 
 extern "C" void nd_MposPublishCliDebugCtrl(uint32_t code)
 {
-    ndplat::trace_call("nd_MposPublishCliDebugCtrl", "%u", code);
-    if (ndplat::fault_next("nd_MposPublishCliDebugCtrl"))
-        return;
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (code == kDebugAllOn || code == kDebugAllOff) {
-        s.publisherDebug = code == kDebugAllOn;
-        for (NdPsSubscriber &sub : s.subscribers)
-            sub.debug = s.publisherDebug;
-    } else if (code == kDebugShow) {
-        printPublishDebugState(s);
-    }
+    debugControl(
+        "nd_MposPublishCliDebugCtrl", code,
+        [](NdModulesState &s, bool on) {
+            s.publisherDebug = on;
+            for (NdPsSubscriber &sub : s.subscribers)
+                sub.debug = on;
+        },
+        printPublishDebugState);
 }
 
 extern "C" void nd_MlagDbgCtrl(uint32_t code)
 {
-    ndplat::trace_call("nd_MlagDbgCtrl", "%u", code);
-    if (ndplat::fault_next("nd_MlagDbgCtrl"))
-        return;
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (code == kDebugAllOn || code == kDebugAllOff) {
-        s.mlagDebug = code == kDebugAllOn;
-        s.mlagDebugAddress.clear();
-    } else if (code == kDebugShow) {
-        printMlagDebugState(s);
-    }
+    debugControl(
+        "nd_MlagDbgCtrl", code,
+        [](NdModulesState &s, bool on) {
+            s.mlagDebug = on;
+            s.mlagDebugAddress.clear();
+        },
+        printMlagDebugState);
 }
