@@ -86,23 +86,17 @@ std::optional<int64_t> parseNumber(std::string_view s)
 
 // ---- parameter validation -------------------------------------------------------------------------
 
-bool validIpv6(std::string_view s)
+// Whether inet_pton takes s as an address of the family, whose text is shorter than textMax.
+bool validAddress(int family, size_t textMax, std::string_view s)
 {
-    if (s.empty() || s.size() >= INET6_ADDRSTRLEN)
+    if (s.empty() || s.size() >= textMax)
         return false;
     std::string text(s);
     unsigned char buf[16];
-    return inet_pton(AF_INET6, text.c_str(), buf) == 1;
+    return inet_pton(family, text.c_str(), buf) == 1;
 }
 
-bool validIpv4(std::string_view s)
-{
-    if (s.empty() || s.size() >= INET_ADDRSTRLEN)
-        return false;
-    std::string text(s);
-    unsigned char buf[4];
-    return inet_pton(AF_INET, text.c_str(), buf) == 1;
-}
+bool validIpv6(std::string_view s) { return validAddress(AF_INET6, INET6_ADDRSTRLEN, s); }
 
 // A prefix with its length, or a plain address (a host prefix: the handler takes it as /128).
 bool validIpv6Prefix(std::string_view s)
@@ -424,7 +418,7 @@ bool token_accepts(const DefNode &token, std::string_view word)
     case TokenKind::ConfPortList:
         return validPortList(word);
     case TokenKind::IpAddress:
-        return validIpv4(word);
+        return validAddress(AF_INET, INET_ADDRSTRLEN, word);
     case TokenKind::Word:
     case TokenKind::Line:
     case TokenKind::Password:
