@@ -112,6 +112,20 @@ bool readItems(Reader &in, std::vector<CmfItem> &items, std::string *why)
     return true;
 }
 
+// The magic that opens a body; false (with the reason) for a null body, one too short for a
+// magic, or one that another magic opens.
+bool readMagic(Reader &in, const uint8_t *body, size_t size, uint32_t expected, const char *other, std::string *why)
+{
+    if (!body && size)
+        return fail(why, "null body");
+    uint32_t magic = 0;
+    if (!in.u32(magic))
+        return fail(why, "truncated magic");
+    if (magic != expected)
+        return fail(why, other);
+    return true;
+}
+
 // ---- deadlines and frame I/O ------------------------------------------------------------------
 
 using Clock = std::chrono::steady_clock;
@@ -233,14 +247,10 @@ std::vector<uint8_t> wire_encode_response(const CmfResponse &response)
 
 bool wire_decode_request(const uint8_t *body, size_t size, CmfRequest &request, std::string *why)
 {
-    if (!body && size)
-        return fail(why, "null body");
     Reader in(body, size);
-    uint32_t magic = 0, flags = 0, nameLength = 0;
-    if (!in.u32(magic))
-        return fail(why, "truncated magic");
-    if (magic != kWireRequestMagic)
-        return fail(why, "bad request magic");
+    if (!readMagic(in, body, size, kWireRequestMagic, "bad request magic", why))
+        return false;
+    uint32_t flags = 0, nameLength = 0;
     if (!in.u32(request.cmdCode) || !in.u32(request.optKind) || !in.u32(request.reserved) ||
         !in.u32(request.serviceType) || !in.u32(request.serviceInstance) || !in.u32(request.itemCount) ||
         !in.u32(request.argIndex) || !in.u32(flags) || !in.u32(request.contextType) ||
@@ -264,14 +274,9 @@ bool wire_decode_request(const uint8_t *body, size_t size, CmfRequest &request, 
 
 bool wire_decode_response(const uint8_t *body, size_t size, CmfResponse &response, std::string *why)
 {
-    if (!body && size)
-        return fail(why, "null body");
     Reader in(body, size);
-    uint32_t magic = 0;
-    if (!in.u32(magic))
-        return fail(why, "truncated magic");
-    if (magic != kWireResponseMagic)
-        return fail(why, "bad response magic");
+    if (!readMagic(in, body, size, kWireResponseMagic, "bad response magic", why))
+        return false;
     if (!in.u32(response.status) || !in.u32(response.endStatus))
         return fail(why, "truncated response header");
     if (!readItems(in, response.items, why))
