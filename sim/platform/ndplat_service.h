@@ -137,6 +137,8 @@ void nd_library_forward(size_t recordSize, bool add, const void *records, uint32
 // reached the service. The transport calls it before each request, so that a command sees
 // the effect of the injection commands typed before it.
 void nd_library_flush();
+// Where the records go: the attached service's socket; empty, nowhere (they are dropped).
+void nd_library_target_set(const std::string &socketPath);
 
 // ---- server side ---------------------------------------------------------------------------
 // Per-connection state of the server, handed to the request handler.

@@ -3,9 +3,8 @@
 // own and waits until it does.
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -13,7 +12,6 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -21,10 +19,8 @@
 #include <unistd.h>
 
 #include "cmf_io.h"
-#include "nd_cli_wire.h"
 #include "ndplat_service.h"
 #include "private_files.h"
-#include "ndplat_vxlan.h"
 
 #ifndef NDSIM_NDSVC_PATH
 #define NDSIM_NDSVC_PATH "ndsvc"
@@ -165,141 +161,7 @@ bool processGone(pid_t pid)
     return kill(pid, 0) != 0 && errno == ESRCH;
 }
 
-// ---- records of the ND library on their way to the service -------------------------------------
-
-constexpr size_t kBatchBytes = kNdLibraryBatchBytes;
-
-struct Batch {
-    uint32_t code;
-    std::vector<uint8_t> bytes;
-};
-
-struct Forwarder {
-    std::mutex mutex;
-    std::condition_variable work, idle;
-    std::string socketPath; // empty: not attached
-    std::deque<Batch> queue;
-    bool sending = false;
-    bool workerStarted = false;
-    int fd = -1; // the worker's connection
-};
-
-Forwarder &forwarder()
-{
-    // Never destroyed: its worker thread waits on it until the process ends.
-    static Forwarder *f = new Forwarder;
-    return *f;
-}
-
-bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
-{
-    // Nothing is due on the connection between batches: readable means that the service
-    // closed it as idle, and a new one carries the batch.
-    if (f.fd >= 0) {
-        pollfd p{f.fd, POLLIN, 0};
-        if (poll(&p, 1, 0) > 0) {
-            close(f.fd);
-            f.fd = -1;
-        }
-    }
-    if (f.fd < 0) {
-        f.fd = unix_socket_connect(path);
-        if (f.fd < 0)
-            return false;
-    }
-    CmfRequest request;
-    request.service = "ipv6";
-    request.hasObject = true;
-    request.cmdCode = batch.code;
-    request.itemCount = 1;
-    request.items.push_back(CmfItem::of(ndwire::kItemObject, batch.bytes.data(), static_cast<uint32_t>(batch.bytes.size())));
-    std::vector<uint8_t> answer;
-    CmfResponse response;
-    FrameResult written = frame_write(f.fd, wire_encode_request(request), 30000);
-    // A refusal is answered before the service closes: it is read also when the write failed.
-    bool good = (written == FrameResult::ok || written == FrameResult::closed) &&
-                frame_read(f.fd, answer, 30000) == FrameResult::ok &&
-                wire_decode_response(answer.data(), answer.size(), response);
-    std::string why;
-    if (good && wire_is_refusal(response, &why)) {
-        fprintf(stderr, "ndcmf client: refused by the service: %s\n", why.c_str());
-        good = false;
-    }
-    good = good && written == FrameResult::ok;
-    if (!good) {
-        close(f.fd);
-        f.fd = -1;
-    }
-    return good;
-}
-
-void forwardWorker()
-{
-    Forwarder &f = forwarder();
-    std::unique_lock<std::mutex> lock(f.mutex);
-    for (;;) {
-        f.work.wait(lock, [&] { return !f.queue.empty(); });
-        Batch batch = std::move(f.queue.front());
-        f.queue.pop_front();
-        std::string path = f.socketPath;
-        f.sending = true;
-        lock.unlock();
-        // Records for a service that is not there are dropped, as the ND library of a switch
-        // without its service would.
-        if (!path.empty())
-            sendBatch(f, path, batch);
-        lock.lock();
-        f.sending = false;
-        if (f.queue.empty())
-            f.idle.notify_all();
-    }
-}
-
 } // namespace
-
-void nd_library_forward(size_t recordSize, bool add, const void *records, uint32_t count)
-{
-    constexpr size_t kSuppression = ndwire::suppression::kSize, kRemoteNbr = ndwire::remotenbr::kSize;
-    if (!records || count == 0 || (recordSize != kSuppression && recordSize != kRemoteNbr))
-        return;
-    Forwarder &f = forwarder();
-    std::lock_guard<std::mutex> hold(f.mutex);
-    if (f.socketPath.empty())
-        return;
-    uint32_t code = recordSize == kSuppression ? (add ? ndwire::kInjectSuppressionAdd : ndwire::kInjectSuppressionDel)
-                                               : (add ? ndwire::kInjectRemoteNbrAdd : ndwire::kInjectRemoteNbrDel);
-    const uint8_t *p = static_cast<const uint8_t *>(records);
-    // Whole records, at most kBatchBytes of them per batch, so that every batch fits a frame.
-    size_t perBatch = kBatchBytes / recordSize;
-    for (uint32_t left = count; left > 0;) {
-        if (f.queue.empty() || f.queue.back().code != code || f.queue.back().bytes.size() / recordSize >= perBatch)
-            f.queue.push_back(Batch{code, {}});
-        std::vector<uint8_t> &bytes = f.queue.back().bytes;
-        size_t room = perBatch - bytes.size() / recordSize;
-        size_t n = left < room ? left : room;
-        bytes.insert(bytes.end(), p, p + recordSize * n);
-        p += recordSize * n;
-        left -= static_cast<uint32_t>(n);
-    }
-    if (!f.workerStarted) {
-        f.workerStarted = true;
-        std::thread(forwardWorker).detach();
-    }
-    f.work.notify_one();
-}
-
-void nd_library_flush()
-{
-    Forwarder &f = forwarder();
-    {
-        std::lock_guard<std::mutex> hold(f.mutex);
-        if (f.socketPath.empty())
-            return;
-    }
-    vxlan_work_drain();
-    std::unique_lock<std::mutex> lock(f.mutex);
-    f.idle.wait_for(lock, std::chrono::seconds(60), [&] { return f.queue.empty() && !f.sending; });
-}
 
 std::string service_log_path(const std::string &stateDir)
 {
@@ -521,16 +383,12 @@ void service_attach(const std::string &stateDirIn)
     }
     cmf_transport_set(socket_transport(service_socket_path(stateDir)));
     dcm_control_set(&kControl);
-    std::lock_guard<std::mutex> hold(forwarder().mutex);
-    forwarder().socketPath = service_socket_path(stateDir);
+    nd_library_target_set(service_socket_path(stateDir));
 }
 
 void service_detach()
 {
-    {
-        std::lock_guard<std::mutex> hold(forwarder().mutex);
-        forwarder().socketPath.clear();
-    }
+    nd_library_target_set(std::string());
     cmf_transport_set(nullptr);
     dcm_control_set(nullptr);
 }
