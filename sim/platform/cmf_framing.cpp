@@ -114,7 +114,7 @@ bool readItems(Reader &in, std::vector<CmfItem> &items, std::string *why)
 
 // The magic that opens a body; false (with the reason) for a null body, one too short for a
 // magic, or one that another magic opens.
-bool readMagic(Reader &in, const uint8_t *body, size_t size, uint32_t expected, const char *other, std::string *why)
+bool readMagic(Reader &in, const uint8_t *body, size_t size, uint32_t expected, const char *badMagic, std::string *why)
 {
     if (!body && size)
         return fail(why, "null body");
@@ -122,7 +122,7 @@ bool readMagic(Reader &in, const uint8_t *body, size_t size, uint32_t expected, 
     if (!in.u32(magic))
         return fail(why, "truncated magic");
     if (magic != expected)
-        return fail(why, other);
+        return fail(why, badMagic);
     return true;
 }
 
