@@ -144,9 +144,13 @@ std::vector<NdPsSubscriber *> namedSubscribers(NdModulesState &s, const std::vec
     return selected;
 }
 
-bool isSubscriberCommand(const std::vector<std::string> &words, size_t at)
+// The subscribers that a "subscriber <name>" command at `at` selects; empty when the words are
+// no such command, or (with the refusal printed) when none has that name.
+std::vector<NdPsSubscriber *> commandSubscribers(NdModulesState &s, const std::vector<std::string> &words, size_t at)
 {
-    return at + 1 < words.size() && words[at] == "subscriber";
+    if (at + 1 >= words.size() || words[at] != "subscriber")
+        return {};
+    return namedSubscribers(s, words, at);
 }
 
 bool isPublisherCommand(const std::vector<std::string> &words, size_t at)
@@ -192,9 +196,7 @@ extern "C" int32_t nd_MposPublishRegShowCmd(int32_t argc, char **argv)
                        s.subscribers.size(), onOff(s.publisherDebug));
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         if (selected.empty())
             return 1;
         bool counters = at + 2 < words.size();
@@ -220,9 +222,7 @@ extern "C" int32_t nd_MposPublishRegClearCmd(int32_t argc, char **argv)
             s.publishFailed = 0;
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         for (NdPsSubscriber *sub : selected)
             sub->received = sub->dropped = 0;
         return selected.empty() ? 1 : 0;
@@ -240,9 +240,7 @@ extern "C" int32_t nd_MposPublishRegDebugCmd(int32_t argc, char **argv)
             printf("\nnd-ps publisher debug is %s\n", onOff(on));
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         if (selected.empty())
             return 1;
         for (NdPsSubscriber *sub : selected) {
