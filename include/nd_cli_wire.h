@@ -229,6 +229,14 @@ constexpr size_t kSize = 64;
 static_assert(kTunnelAddress + 16 == kMac && kPad + 2 == kSize);
 } // namespace remotenbr
 
+// Request codes that only the emulation uses: the ND library of the shell's process hands the
+// test-injection records to the service with these, in one item kItemObject holding one or more
+// records (suppression or remotenbr) back to back.
+constexpr uint32_t kInjectSuppressionAdd = 1000;
+constexpr uint32_t kInjectSuppressionDel = 1001;
+constexpr uint32_t kInjectRemoteNbrAdd = 1002;
+constexpr uint32_t kInjectRemoteNbrDel = 1003;
+
 // ---- the configuration database "ec_nd" -------------------------------------------------------------
 
 constexpr const char *kDatabase = "ec_nd";

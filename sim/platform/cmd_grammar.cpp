@@ -1,4 +1,5 @@
-// The shell's command language: definition parser, merged command tree, matcher, completion.
+// The definition strings of the shell's commands: mode names, the definition parser, and what
+// each parameter token accepts and how it is shown.
 #include "cmd_grammar.h"
 
 #include <arpa/inet.h>
@@ -8,13 +9,33 @@
 #include <cctype>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 
-#include "ndplat.h"
+#include "cmd_tree.h"
 
 namespace ndplat {
 
+namespace cmdtree {
+
+bool is_blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
+
+bool equals_no_case(std::string_view a, std::string_view b)
+{
+    return a.size() == b.size() &&
+           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
+               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+           });
+}
+
+bool starts_with_no_case(std::string_view text, std::string_view prefix)
+{
+    return prefix.size() <= text.size() && equals_no_case(text.substr(0, prefix.size()), prefix);
+}
+
+} // namespace cmdtree
+
 namespace {
+
+using cmdtree::is_blank;
 
 constexpr std::array<const char *, kCliModeCount> kModeNames = {
     "CONF", "EN", "IF", "PORTIF", "MIF", "VLAN", "SUPERVLAN", "PORT", "LINK_AGGREGATION", "VXLAN", "STD",
@@ -42,9 +63,6 @@ constexpr std::array<NamedToken, 11> kNamedTokens = {{
 
 constexpr int64_t kAggNumMax = 128;
 
-// Blanks separate words of a typed line and may stand around separators of a definition.
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
-
 bool isHex(char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; }
 
 bool allDigits(std::string_view s)
@@ -66,38 +84,19 @@ std::optional<int64_t> parseNumber(std::string_view s)
     return negative ? -v : v;
 }
 
-bool equalsNoCase(std::string_view a, std::string_view b)
-{
-    return a.size() == b.size() &&
-           std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-           });
-}
-
-bool startsWithNoCase(std::string_view text, std::string_view prefix)
-{
-    return prefix.size() <= text.size() && equalsNoCase(text.substr(0, prefix.size()), prefix);
-}
-
 // ---- parameter validation -------------------------------------------------------------------------
 
-bool validIpv6(std::string_view s)
+// Whether inet_pton takes s as an address of the family, whose text is shorter than textMax.
+bool validAddress(int family, size_t textMax, std::string_view s)
 {
-    if (s.empty() || s.size() >= INET6_ADDRSTRLEN)
+    if (s.empty() || s.size() >= textMax)
         return false;
     std::string text(s);
     unsigned char buf[16];
-    return inet_pton(AF_INET6, text.c_str(), buf) == 1;
+    return inet_pton(family, text.c_str(), buf) == 1;
 }
 
-bool validIpv4(std::string_view s)
-{
-    if (s.empty() || s.size() >= INET_ADDRSTRLEN)
-        return false;
-    std::string text(s);
-    unsigned char buf[4];
-    return inet_pton(AF_INET, text.c_str(), buf) == 1;
-}
+bool validIpv6(std::string_view s) { return validAddress(AF_INET6, INET6_ADDRSTRLEN, s); }
 
 // A prefix with its length, or a plain address (a host prefix: the handler takes it as /128).
 bool validIpv6Prefix(std::string_view s)
@@ -190,61 +189,6 @@ bool onlyChars(std::string_view s, const char *extra)
     return std::all_of(s.begin(), s.end(), [extra](char c) { return isHex(c) || std::strchr(extra, c) != nullptr; });
 }
 
-// Whether a partly typed word can still become a valid value (for `?` after a prefix).
-bool acceptsPartial(const DefNode &token, std::string_view s)
-{
-    switch (token.kind) {
-    case TokenKind::Range:
-    case TokenKind::ConfPortAggNum: {
-        int64_t low = token.kind == TokenKind::Range ? token.low : 1;
-        int64_t high = token.kind == TokenKind::Range ? token.high : kAggNumMax;
-        if (s == "-")
-            return low < 0;
-        // More digits only move the value away from zero.
-        auto v = parseNumber(s);
-        if (!v)
-            return false;
-        return *v >= 0 ? *v <= high : *v >= low;
-    }
-    case TokenKind::Ipv6Addr:
-        return onlyChars(s, ":.");
-    case TokenKind::Ipv6Prefix:
-        return onlyChars(s, ":./");
-    case TokenKind::MacAddress:
-        return onlyChars(s, ".:-");
-    case TokenKind::IpAddress:
-        return std::all_of(s.begin(), s.end(), [](char c) { return (c >= '0' && c <= '9') || c == '.'; });
-    case TokenKind::ConfPortList:
-        return std::all_of(s.begin(), s.end(), [](char c) {
-            return std::isalnum(static_cast<unsigned char>(c)) || c == '/' || c == '-' || c == ',';
-        });
-    case TokenKind::Word:
-    case TokenKind::Line:
-    case TokenKind::Password:
-    case TokenKind::String:
-        return true;
-    case TokenKind::Keyword:
-    case TokenKind::Cr:
-        return false;
-    }
-    return false;
-}
-
-// Specific parameters win over free words when both accept a typed word; LINE comes last.
-int paramRank(TokenKind kind)
-{
-    switch (kind) {
-    case TokenKind::Word:
-    case TokenKind::Password:
-    case TokenKind::String:
-        return 1;
-    case TokenKind::Line:
-        return 2;
-    default:
-        return 0;
-    }
-}
-
 // ---- definition parser ------------------------------------------------------------------------------
 
 class DefParser {
@@ -259,7 +203,7 @@ public:
             return fail();
         skipBlanks();
         // Surplus closing braces after the last node are tolerated, as the shell does.
-        while (pos_ < s_.size() && (s_[pos_] == '}' || isBlank(s_[pos_])))
+        while (pos_ < s_.size() && (s_[pos_] == '}' || is_blank(s_[pos_])))
             ++pos_;
         if (pos_ != s_.size())
             return error("unexpected text after the last node"), fail();
@@ -295,7 +239,7 @@ private:
 
     void skipBlanks()
     {
-        while (pos_ < s_.size() && isBlank(s_[pos_]))
+        while (pos_ < s_.size() && is_blank(s_[pos_]))
             ++pos_;
     }
 
@@ -326,7 +270,7 @@ private:
     bool parseWord(DefNode &node)
     {
         size_t start = pos_;
-        while (pos_ < s_.size() && !isBlank(s_[pos_]) && std::strchr("(){},'", s_[pos_]) == nullptr)
+        while (pos_ < s_.size() && !is_blank(s_[pos_]) && std::strchr("(){},'", s_[pos_]) == nullptr)
             ++pos_;
         if (pos_ == start)
             return error("expected a word");
@@ -429,189 +373,7 @@ private:
     }
 };
 
-// ---- merged tree ---------------------------------------------------------------------------------------
-
-struct ModeInfo {
-    bool present = false;
-    bool visible = false;
-    std::string help;
-    bool ends = false;     // a command ends here in this mode
-    bool endVisible = false;
-    std::string crHelp;
-    SHELL_CMD_FN fn = nullptr;
-};
-
-struct TNode {
-    DefNode token; // kind, word, bounds (children unused)
-    std::array<ModeInfo, kCliModeCount> modes{};
-    std::vector<std::unique_ptr<TNode>> children;
-};
-
-template <typename F> void forEachMode(CliModeMask mask, F f)
-{
-    for (size_t m = 0; m < kCliModeCount; ++m)
-        if (mask & (1u << m))
-            f(m);
-}
-
-void bindEnd(TNode &node, CliModeMask mask, bool hidden, const std::string &crHelp, SHELL_CMD_FN fn)
-{
-    forEachMode(mask, [&](size_t m) {
-        ModeInfo &info = node.modes[m];
-        if (!info.ends) {
-            info.ends = true;
-            info.fn = fn;
-            info.crHelp = crHelp;
-        }
-        if (!hidden && !info.endVisible) {
-            info.endVisible = true;
-            info.crHelp = crHelp;
-        }
-    });
-}
-
-void mergeList(TNode &parent, const std::vector<DefNode> &list, bool hiddenAbove, SHELL_CMD_FN fn)
-{
-    for (const DefNode &d : list) {
-        bool hidden = hiddenAbove || d.hidden;
-        if (d.kind == TokenKind::Cr) {
-            bindEnd(parent, d.modes, hidden, d.help, fn);
-            continue;
-        }
-        TNode *child = nullptr;
-        for (auto &c : parent.children)
-            if (c->token.kind == d.kind && c->token.word == d.word)
-                child = c.get();
-        if (!child) {
-            auto fresh = std::make_unique<TNode>();
-            fresh->token.kind = d.kind;
-            fresh->token.word = d.word;
-            fresh->token.low = d.low;
-            fresh->token.high = d.high;
-            fresh->token.help = d.help;
-            child = fresh.get();
-            parent.children.push_back(std::move(fresh));
-        }
-        forEachMode(d.modes, [&](size_t m) {
-            ModeInfo &info = child->modes[m];
-            if (!info.present)
-                info.help = d.help;
-            info.present = true;
-            // '' means no help: a later visible registration may supply one.
-            if (!hidden && (!info.visible || (info.help.empty() && !d.help.empty()))) {
-                info.visible = true;
-                info.help = d.help;
-            }
-        });
-        if (d.children.empty())
-            bindEnd(*child, d.modes, hidden, std::string(), fn);
-        else
-            mergeList(*child, d.children, hidden, fn);
-    }
-}
-
-struct Word {
-    std::string_view text;
-    size_t column;
-};
-
-std::vector<Word> splitWords(std::string_view line)
-{
-    std::vector<Word> words;
-    size_t i = 0;
-    while (i < line.size()) {
-        while (i < line.size() && isBlank(line[i]))
-            ++i;
-        size_t start = i;
-        while (i < line.size() && !isBlank(line[i]))
-            ++i;
-        if (i > start)
-            words.push_back(Word{line.substr(start, i - start), start});
-    }
-    return words;
-}
-
-std::string_view restOfLine(std::string_view line, size_t column)
-{
-    std::string_view rest = line.substr(column);
-    while (!rest.empty() && isBlank(rest.back()))
-        rest.remove_suffix(1);
-    return rest;
-}
-
-struct Choice {
-    MatchStatus status; // Ok, Unknown or Ambiguous
-    const TNode *node;
-    size_t words = 1; // typed words taken: 2 for a port list written "gigabitethernet 0/1"
-};
-
-bool isTypeName(std::string_view w)
-{
-    return !w.empty() && std::all_of(w.begin(), w.end(), [](char c) {
-        return std::isalpha(static_cast<unsigned char>(c)) || c == '-';
-    });
-}
-
-// A port list may be typed with a blank between the interface-type name and its numbers.
-bool portListOfTwo(std::string_view word, const std::string_view *next)
-{
-    return next && isTypeName(word) && validPortList(std::string(word) + std::string(*next));
-}
-
-// The child that a typed word selects: an exact keyword first, then a unique keyword prefix,
-// then the best-ranked parameter that accepts the word.
-Choice choose(const TNode &node, size_t mode, std::string_view word, const std::string_view *next)
-{
-    const TNode *prefixMatch = nullptr;
-    int prefixCount = 0;
-    for (const auto &c : node.children) {
-        if (!c->modes[mode].present || c->token.kind != TokenKind::Keyword)
-            continue;
-        if (equalsNoCase(c->token.word, word))
-            return Choice{MatchStatus::Ok, c.get()};
-        if (startsWithNoCase(c->token.word, word)) {
-            prefixMatch = c.get();
-            ++prefixCount;
-        }
-    }
-    if (prefixCount > 1)
-        return Choice{MatchStatus::Ambiguous, nullptr};
-    if (prefixCount == 1)
-        return Choice{MatchStatus::Ok, prefixMatch};
-    const TNode *best = nullptr;
-    int bestRank = 99;
-    bool tie = false;
-    size_t taken = 1;
-    for (const auto &c : node.children) {
-        if (!c->modes[mode].present || c->token.kind == TokenKind::Keyword)
-            continue;
-        size_t words = 1;
-        if (!token_accepts(c->token, word)) {
-            if (c->token.kind != TokenKind::ConfPortList || !portListOfTwo(word, next))
-                continue;
-            words = 2;
-        }
-        int rank = paramRank(c->token.kind);
-        if (rank < bestRank) {
-            best = c.get();
-            bestRank = rank;
-            tie = false;
-            taken = words;
-        } else if (rank == bestRank) {
-            tie = true;
-        }
-    }
-    if (!best)
-        return Choice{MatchStatus::Unknown, nullptr};
-    return Choice{tie ? MatchStatus::Ambiguous : MatchStatus::Ok, best, taken};
-}
-
 } // namespace
-
-struct CommandTree::Impl {
-    TNode root;
-    size_t count = 0;
-};
 
 // ---- public functions ------------------------------------------------------------------------------------
 
@@ -656,12 +418,51 @@ bool token_accepts(const DefNode &token, std::string_view word)
     case TokenKind::ConfPortList:
         return validPortList(word);
     case TokenKind::IpAddress:
-        return validIpv4(word);
+        return validAddress(AF_INET, INET_ADDRSTRLEN, word);
     case TokenKind::Word:
     case TokenKind::Line:
     case TokenKind::Password:
     case TokenKind::String:
         return !word.empty();
+    case TokenKind::Keyword:
+    case TokenKind::Cr:
+        return false;
+    }
+    return false;
+}
+
+bool cmdtree::accepts_partial(const DefNode &token, std::string_view s)
+{
+    switch (token.kind) {
+    case TokenKind::Range:
+    case TokenKind::ConfPortAggNum: {
+        int64_t low = token.kind == TokenKind::Range ? token.low : 1;
+        int64_t high = token.kind == TokenKind::Range ? token.high : kAggNumMax;
+        if (s == "-")
+            return low < 0;
+        // More digits only move the value away from zero.
+        auto v = parseNumber(s);
+        if (!v)
+            return false;
+        return *v >= 0 ? *v <= high : *v >= low;
+    }
+    case TokenKind::Ipv6Addr:
+        return onlyChars(s, ":.");
+    case TokenKind::Ipv6Prefix:
+        return onlyChars(s, ":./");
+    case TokenKind::MacAddress:
+        return onlyChars(s, ".:-");
+    case TokenKind::IpAddress:
+        return std::all_of(s.begin(), s.end(), [](char c) { return (c >= '0' && c <= '9') || c == '.'; });
+    case TokenKind::ConfPortList:
+        return std::all_of(s.begin(), s.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) || c == '/' || c == '-' || c == ',';
+        });
+    case TokenKind::Word:
+    case TokenKind::Line:
+    case TokenKind::Password:
+    case TokenKind::String:
+        return true;
     case TokenKind::Keyword:
     case TokenKind::Cr:
         return false;
@@ -679,254 +480,6 @@ std::string token_display(const DefNode &token)
         if (t.kind == token.kind)
             return t.display;
     return token.word;
-}
-
-const char *match_message(MatchStatus status)
-{
-    switch (status) {
-    case MatchStatus::Unknown:
-        return "% Unknown command.";
-    case MatchStatus::Ambiguous:
-        return "% Ambiguous command.";
-    case MatchStatus::Incomplete:
-        return "% Incomplete command.";
-    case MatchStatus::Ok:
-    case MatchStatus::Empty:
-        break;
-    }
-    return "";
-}
-
-CommandTree::CommandTree() : impl_(std::make_unique<Impl>()) {}
-CommandTree::~CommandTree() = default;
-
-DefParseResult CommandTree::add(std::string_view definition, SHELL_CMD_FN fn)
-{
-    DefParseResult parsed = parse_definition(definition);
-    if (parsed.ok) {
-        mergeList(impl_->root, parsed.nodes, false, fn);
-        ++impl_->count;
-    }
-    return parsed;
-}
-
-void CommandTree::clear()
-{
-    impl_->root.children.clear();
-    impl_->count = 0;
-}
-
-size_t CommandTree::registrations() const { return impl_->count; }
-
-MatchResult CommandTree::match(CliMode cliMode, std::string_view line) const
-{
-    MatchResult r;
-    size_t mode = static_cast<size_t>(cliMode);
-    if (mode >= kCliModeCount) {
-        r.status = MatchStatus::Unknown;
-        return r;
-    }
-    std::vector<Word> words = splitWords(line);
-    if (words.empty())
-        return r;
-    const TNode *node = &impl_->root;
-    for (size_t i = 0; i < words.size(); ++i) {
-        const std::string_view *next = i + 1 < words.size() ? &words[i + 1].text : nullptr;
-        Choice choice = choose(*node, mode, words[i].text, next);
-        if (choice.status != MatchStatus::Ok) {
-            r.status = choice.status;
-            r.wordIndex = i;
-            r.column = words[i].column;
-            r.argv.clear();
-            return r;
-        }
-        node = choice.node;
-        if (node->token.kind == TokenKind::Line) {
-            r.argv.emplace_back(restOfLine(line, words[i].column));
-            break;
-        }
-        if (choice.words == 2) {
-            size_t end = words[i + 1].column + words[i + 1].text.size();
-            r.argv.emplace_back(line.substr(words[i].column, end - words[i].column));
-            ++i;
-            continue;
-        }
-        r.argv.emplace_back(node->token.kind == TokenKind::Keyword ? std::string_view(node->token.word) : words[i].text);
-    }
-    const ModeInfo &info = node->modes[mode];
-    if (!info.ends) {
-        r.status = MatchStatus::Incomplete;
-        r.wordIndex = words.size();
-        r.column = words.back().column + words.back().text.size();
-        r.argv.clear();
-        return r;
-    }
-    r.status = MatchStatus::Ok;
-    r.fn = info.fn;
-    return r;
-}
-
-namespace {
-
-// Whether something visible can be typed after `node` in the mode: its visible end, or a
-// visible child from which it goes on so. Keeps `?` from offering a word that leads only to
-// hidden commands.
-bool leadsVisible(const TNode &node, size_t mode, int depth = 0)
-{
-    const ModeInfo &info = node.modes[mode];
-    if (info.ends && info.endVisible)
-        return true;
-    if (node.token.kind == TokenKind::Line || depth > 64)
-        return false;
-    for (const auto &c : node.children)
-        if (c->modes[mode].present && c->modes[mode].visible && leadsVisible(*c, mode, depth + 1))
-            return true;
-    return false;
-}
-
-} // namespace
-
-Completion CommandTree::complete(CliMode cliMode, std::string_view line) const
-{
-    Completion r;
-    size_t mode = static_cast<size_t>(cliMode);
-    if (mode >= kCliModeCount) {
-        r.status = MatchStatus::Unknown;
-        return r;
-    }
-    std::vector<Word> words = splitWords(line);
-    bool partial = !line.empty() && !isBlank(line.back()) && !words.empty();
-    size_t full = partial ? words.size() - 1 : words.size();
-    if (partial) {
-        r.prefix = std::string(words.back().text);
-        r.prefixColumn = words.back().column;
-    } else {
-        r.prefixColumn = line.size();
-    }
-    const TNode *node = &impl_->root;
-    for (size_t i = 0; i < full; ++i) {
-        const std::string_view *next = i + 1 < full ? &words[i + 1].text : nullptr;
-        Choice choice = choose(*node, mode, words[i].text, next);
-        if (choice.status == MatchStatus::Unknown && i + 1 == full && !partial && isTypeName(words[i].text)) {
-            // An interface-type name typed alone: its numbers come next.
-            for (const auto &c : node->children)
-                if (c->token.kind == TokenKind::ConfPortList && c->modes[mode].present && c->modes[mode].visible)
-                    r.candidates.push_back(Candidate{token_display(c->token), c->modes[mode].help, false, false});
-            if (!r.candidates.empty())
-                return r;
-        }
-        if (choice.status != MatchStatus::Ok) {
-            r.status = choice.status;
-            r.wordIndex = i;
-            r.column = words[i].column;
-            return r;
-        }
-        node = choice.node;
-        i += choice.words - 1;
-        if (node->token.kind == TokenKind::Line) {
-            // Everything after LINE belongs to it, a word being typed too; only the end of the
-            // command is left.
-            const ModeInfo &info = node->modes[mode];
-            if (info.ends && info.endVisible)
-                r.candidates.push_back(Candidate{"<cr>", info.crHelp, false, true});
-            return r;
-        }
-    }
-    std::vector<Candidate> keywords, params;
-    for (const auto &c : node->children) {
-        const ModeInfo &info = c->modes[mode];
-        if (!info.present || !info.visible || !leadsVisible(*c, mode))
-            continue;
-        if (c->token.kind == TokenKind::Keyword) {
-            if (startsWithNoCase(c->token.word, r.prefix))
-                keywords.push_back(Candidate{c->token.word, info.help, true, false});
-        } else if (r.prefix.empty() || acceptsPartial(c->token, r.prefix)) {
-            params.push_back(Candidate{token_display(c->token), info.help, false, false});
-        }
-    }
-    std::sort(keywords.begin(), keywords.end(),
-              [](const Candidate &a, const Candidate &b) { return a.text < b.text; });
-    if (!keywords.empty()) {
-        std::string common = keywords.front().text;
-        for (const Candidate &k : keywords) {
-            size_t n = 0;
-            while (n < common.size() && n < k.text.size() && common[n] == k.text[n])
-                ++n;
-            common.resize(n);
-        }
-        r.common = common;
-    }
-    r.candidates = std::move(keywords);
-    r.candidates.insert(r.candidates.end(), params.begin(), params.end());
-    const ModeInfo &here = node->modes[mode];
-    if (!partial && node != &impl_->root && here.ends && here.endVisible)
-        r.candidates.push_back(Candidate{"<cr>", here.crHelp, false, true});
-    return r;
-}
-
-// ---- the platform's tree -----------------------------------------------------------------------------------
-
-namespace {
-
-struct PlatformTree {
-    std::mutex mutex;
-    CommandTree tree;
-    std::vector<DefinitionError> errors;
-};
-
-PlatformTree &platformTree()
-{
-    static PlatformTree t;
-    return t;
-}
-
-uint32_t mergeRegistration(const CmdRegistration &registration)
-{
-    PlatformTree &t = platformTree();
-    std::lock_guard<std::mutex> hold(t.mutex);
-    DefParseResult parsed = t.tree.add(registration.definition, registration.fn);
-    if (parsed.ok)
-        return 0;
-    t.errors.push_back(DefinitionError{registration.definition, parsed.errorPosition, parsed.error});
-    fprintf(stderr, "%% Bad command definition at position %zu (%s): %s\n", parsed.errorPosition,
-            parsed.error.c_str(), registration.definition.c_str());
-    return 1;
-}
-
-void resetPlatformTree()
-{
-    PlatformTree &t = platformTree();
-    std::lock_guard<std::mutex> hold(t.mutex);
-    t.tree.clear();
-    t.errors.clear();
-}
-
-const bool installed = (cmd_registration_sink_set(mergeRegistration), on_reset(resetPlatformTree), true);
-
-} // namespace
-
-std::vector<DefinitionError> definition_errors()
-{
-    std::lock_guard<std::mutex> hold(platformTree().mutex);
-    return platformTree().errors;
-}
-
-MatchResult match_line(CliMode mode, std::string_view line)
-{
-    std::lock_guard<std::mutex> hold(platformTree().mutex);
-    return platformTree().tree.match(mode, line);
-}
-
-Completion complete_line(CliMode mode, std::string_view partialLine)
-{
-    std::lock_guard<std::mutex> hold(platformTree().mutex);
-    return platformTree().tree.complete(mode, partialLine);
-}
-
-size_t registered_commands()
-{
-    std::lock_guard<std::mutex> hold(platformTree().mutex);
-    return platformTree().tree.registrations();
 }
 
 } // namespace ndplat

@@ -8,16 +8,17 @@
 #include <mutex>
 
 #include "nd_cli_types.h"
+#include "nd_cli_wire.h"
 #include "ndplat.h"
+#include "ndplat_service.h"
 
 namespace {
 
-// Framework statuses.
-constexpr uint32_t kCmfOk = 0;
-constexpr uint32_t kCmfFailure = 1;
-constexpr uint32_t kCmfNoMore = 13;
+using ndwire::kCmfNoMore;
+using ndwire::kCmfOk;
+constexpr uint32_t kCmfFailure = ndplat::kCmfStatusFailure; // misuse of a context
 constexpr uint32_t kContextMagic = 0xC3F0C3F0u;
-constexpr uint32_t kServiceBusy = 17; // the service's "busy, another operation is processing"
+constexpr uint32_t kServiceBusy = ND_ERR_SYSTEM_BUSY; // "busy, another operation is processing"
 
 std::atomic<unsigned long> gServiceFailures{0}; // see ndplat::service_failures
 

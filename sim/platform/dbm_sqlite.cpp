@@ -227,9 +227,7 @@ public:
             return found <= 0 ? found : static_cast<int32_t>(info.value.size());
         // A list: its record and its entries from one snapshot.
         Transaction read(this, false);
-        if (!read)
-            return -1;
-        found = record(key, info);
+        found = recordIn(read, key, info);
         if (found <= 0)
             return found;
         if (info.entrySize == 0)
@@ -263,8 +261,8 @@ public:
             return 1;
         // A list: its record and its entries from one snapshot.
         Transaction read(this, false);
-        if (!read || (found = record(key, info)) <= 0)
-            return read ? found : -1;
+        if ((found = recordIn(read, key, info)) <= 0)
+            return found;
         if (info.entrySize == 0) {
             value = info.value;
             return 1;
@@ -308,10 +306,8 @@ public:
                     uint32_t sortKeyLen) override
     {
         Transaction write(this, true);
-        if (!write)
-            return -1;
         RecordInfo info;
-        int found = record(key, info);
+        int found = recordIn(write, key, info);
         if (found < 0)
             return -1;
         if (found == 0) {
@@ -341,10 +337,8 @@ public:
     int32_t listDel(const Bytes &key, const Bytes &sortKey) override
     {
         Transaction write(this, true);
-        if (!write)
-            return -1;
         RecordInfo info;
-        int found = record(key, info);
+        int found = recordIn(write, key, info);
         if (found < 0)
             return -1;
         if (found == 0 || info.entrySize == 0)
@@ -497,6 +491,9 @@ private:
         }
         return statements_[which];
     }
+
+    // The record of key as an open transaction sees it; -1 also when the transaction failed.
+    int recordIn(const Transaction &t, const Bytes &key, RecordInfo &info) { return t ? record(key, info) : -1; }
 
     // 1 found, 0 absent, -1 failure.
     int record(const Bytes &key, RecordInfo &info)

@@ -144,14 +144,33 @@ std::vector<NdPsSubscriber *> namedSubscribers(NdModulesState &s, const std::vec
     return selected;
 }
 
-bool isSubscriberCommand(const std::vector<std::string> &words, size_t at)
+// The subscribers that a "subscriber <name>" command at `at` selects; empty when the words are
+// no such command, or (with the refusal printed) when none has that name.
+std::vector<NdPsSubscriber *> commandSubscribers(NdModulesState &s, const std::vector<std::string> &words, size_t at)
 {
-    return at + 1 < words.size() && words[at] == "subscriber";
+    if (at + 1 >= words.size() || words[at] != "subscriber")
+        return {};
+    return namedSubscribers(s, words, at);
 }
 
 bool isPublisherCommand(const std::vector<std::string> &words, size_t at)
 {
     return at < words.size() && words[at] == "publisher";
+}
+
+// A debug control call of another module records itself and honours an injected fault; all on
+// and all off set its switches (`set` with the new state), show prints them.
+template <typename Set, typename Show> void debugControl(const char *name, uint32_t code, Set set, Show show)
+{
+    ndplat::trace_call(name, "%u", code);
+    if (ndplat::fault_next(name))
+        return;
+    std::lock_guard<std::mutex> hold(modules().mutex);
+    NdModulesState &s = modules().state;
+    if (code == kDebugAllOn || code == kDebugAllOff)
+        set(s, code == kDebugAllOn);
+    else if (code == kDebugShow)
+        show(s);
 }
 
 } // namespace
@@ -177,9 +196,7 @@ extern "C" int32_t nd_MposPublishRegShowCmd(int32_t argc, char **argv)
                        s.subscribers.size(), onOff(s.publisherDebug));
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         if (selected.empty())
             return 1;
         bool counters = at + 2 < words.size();
@@ -205,9 +222,7 @@ extern "C" int32_t nd_MposPublishRegClearCmd(int32_t argc, char **argv)
             s.publishFailed = 0;
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         for (NdPsSubscriber *sub : selected)
             sub->received = sub->dropped = 0;
         return selected.empty() ? 1 : 0;
@@ -225,9 +240,7 @@ extern "C" int32_t nd_MposPublishRegDebugCmd(int32_t argc, char **argv)
             printf("\nnd-ps publisher debug is %s\n", onOff(on));
             return 0;
         }
-        if (!isSubscriberCommand(words, at))
-            return 1;
-        std::vector<NdPsSubscriber *> selected = namedSubscribers(s, words, at);
+        std::vector<NdPsSubscriber *> selected = commandSubscribers(s, words, at);
         if (selected.empty())
             return 1;
         for (NdPsSubscriber *sub : selected) {
@@ -275,31 +288,23 @@ extern "C" int32_t nd_MlagDebugCmd(int32_t argc, char **argv)
 
 extern "C" void nd_MposPublishCliDebugCtrl(uint32_t code)
 {
-    ndplat::trace_call("nd_MposPublishCliDebugCtrl", "%u", code);
-    if (ndplat::fault_next("nd_MposPublishCliDebugCtrl"))
-        return;
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (code == kDebugAllOn || code == kDebugAllOff) {
-        s.publisherDebug = code == kDebugAllOn;
-        for (NdPsSubscriber &sub : s.subscribers)
-            sub.debug = s.publisherDebug;
-    } else if (code == kDebugShow) {
-        printPublishDebugState(s);
-    }
+    debugControl(
+        "nd_MposPublishCliDebugCtrl", code,
+        [](NdModulesState &s, bool on) {
+            s.publisherDebug = on;
+            for (NdPsSubscriber &sub : s.subscribers)
+                sub.debug = on;
+        },
+        printPublishDebugState);
 }
 
 extern "C" void nd_MlagDbgCtrl(uint32_t code)
 {
-    ndplat::trace_call("nd_MlagDbgCtrl", "%u", code);
-    if (ndplat::fault_next("nd_MlagDbgCtrl"))
-        return;
-    std::lock_guard<std::mutex> hold(modules().mutex);
-    NdModulesState &s = modules().state;
-    if (code == kDebugAllOn || code == kDebugAllOff) {
-        s.mlagDebug = code == kDebugAllOn;
-        s.mlagDebugAddress.clear();
-    } else if (code == kDebugShow) {
-        printMlagDebugState(s);
-    }
+    debugControl(
+        "nd_MlagDbgCtrl", code,
+        [](NdModulesState &s, bool on) {
+            s.mlagDebug = on;
+            s.mlagDebugAddress.clear();
+        },
+        printMlagDebugState);
 }

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "nd_cli_wire.h"
 #include "nd_platform.h"
 
 namespace ndplat {
@@ -119,9 +120,9 @@ struct CmfRequest {
 // of the service; 1-15 a failure of the framework), its items, and the status that decoding
 // returns once the items are used up (13 normally).
 struct CmfResponse {
-    uint32_t status = 13;
+    uint32_t status = ndwire::kCmfNoMore;
     std::vector<CmfItem> items;
-    uint32_t endStatus = 13;
+    uint32_t endStatus = ndwire::kCmfNoMore;
 };
 
 // The way a context reaches the service. Without a transport set, requests are answered in

@@ -49,7 +49,6 @@ constexpr uint32_t kCmfStatusBroken = 3;       // the service closed the connect
 constexpr uint32_t kCmfStatusTimeout = 4;      // no (complete) answer within the timeout
 constexpr uint32_t kCmfStatusMalformed = 7;    // the answer could not be decoded
 constexpr uint32_t kCmfStatusRefused = 8;      // the service refused the connection
-constexpr uint32_t kCmfStatusLast = 13;
 
 constexpr uint32_t kWireRequestMagic = 0x4E445251u;  // "NDRQ"
 constexpr uint32_t kWireResponseMagic = 0x4E445253u; // "NDRS"
@@ -138,6 +137,8 @@ void nd_library_forward(size_t recordSize, bool add, const void *records, uint32
 // reached the service. The transport calls it before each request, so that a command sees
 // the effect of the injection commands typed before it.
 void nd_library_flush();
+// Where the records go: the attached service's socket; empty, nowhere (they are dropped).
+void nd_library_target_set(const std::string &socketPath);
 
 // ---- server side ---------------------------------------------------------------------------
 // Per-connection state of the server, handed to the request handler.

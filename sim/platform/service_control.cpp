@@ -3,9 +3,8 @@
 // own and waits until it does.
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
-#include <deque>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -13,18 +12,15 @@
 #include <thread>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "cmf_io.h"
 #include "ndplat_service.h"
 #include "private_files.h"
-#include "ndplat_vxlan.h"
 
 #ifndef NDSIM_NDSVC_PATH
 #define NDSIM_NDSVC_PATH "ndsvc"
@@ -167,154 +163,7 @@ bool processGone(pid_t pid)
     return kill(pid, 0) != 0 && errno == ESRCH;
 }
 
-// ---- records of the ND library on their way to the service -------------------------------------
-
-// Request codes and item type that the service reads the injected records from.
-constexpr uint32_t kInjectSuppressionAdd = 1000;
-constexpr uint32_t kInjectRemoteNbrAdd = 1002;
-constexpr uint32_t kInjectItem = 1;
-constexpr size_t kSuppressionRecord = 52;
-constexpr size_t kRemoteNbrRecord = 64;
-constexpr size_t kBatchBytes = kNdLibraryBatchBytes;
-
-struct Batch {
-    uint32_t code;
-    std::vector<uint8_t> bytes;
-};
-
-struct Forwarder {
-    std::mutex mutex;
-    std::condition_variable work, idle;
-    std::string socketPath; // empty: not attached
-    std::deque<Batch> queue;
-    bool sending = false;
-    bool workerStarted = false;
-    int fd = -1; // the worker's connection
-};
-
-Forwarder &forwarder()
-{
-    // Never destroyed: its worker thread waits on it until the process ends.
-    static Forwarder *f = new Forwarder;
-    return *f;
-}
-
-bool sendBatch(Forwarder &f, const std::string &path, const Batch &batch)
-{
-    // Nothing is due on the connection between batches: readable means that the service
-    // closed it as idle, and a new one carries the batch.
-    if (f.fd >= 0) {
-        pollfd p{f.fd, POLLIN, 0};
-        if (poll(&p, 1, 0) > 0) {
-            close(f.fd);
-            f.fd = -1;
-        }
-    }
-    if (f.fd < 0) {
-        sockaddr_un addr{};
-        addr.sun_family = AF_UNIX;
-        if (path.size() >= sizeof addr.sun_path)
-            return false;
-        memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-        f.fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        if (f.fd < 0 || connect(f.fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0) {
-            if (f.fd >= 0)
-                close(f.fd);
-            f.fd = -1;
-            return false;
-        }
-    }
-    CmfRequest request;
-    request.service = "ipv6";
-    request.hasObject = true;
-    request.cmdCode = batch.code;
-    request.itemCount = 1;
-    request.items.push_back(CmfItem::of(kInjectItem, batch.bytes.data(), static_cast<uint32_t>(batch.bytes.size())));
-    std::vector<uint8_t> answer;
-    CmfResponse response;
-    FrameResult written = frame_write(f.fd, wire_encode_request(request), 30000);
-    // A refusal is answered before the service closes: it is read also when the write failed.
-    bool good = (written == FrameResult::ok || written == FrameResult::closed) &&
-                frame_read(f.fd, answer, 30000) == FrameResult::ok &&
-                wire_decode_response(answer.data(), answer.size(), response);
-    std::string why;
-    if (good && wire_is_refusal(response, &why)) {
-        fprintf(stderr, "ndcmf client: refused by the service: %s\n", why.c_str());
-        good = false;
-    }
-    good = good && written == FrameResult::ok;
-    if (!good) {
-        close(f.fd);
-        f.fd = -1;
-    }
-    return good;
-}
-
-void forwardWorker()
-{
-    Forwarder &f = forwarder();
-    std::unique_lock<std::mutex> lock(f.mutex);
-    for (;;) {
-        f.work.wait(lock, [&] { return !f.queue.empty(); });
-        Batch batch = std::move(f.queue.front());
-        f.queue.pop_front();
-        std::string path = f.socketPath;
-        f.sending = true;
-        lock.unlock();
-        // Records for a service that is not there are dropped, as the ND library of a switch
-        // without its service would.
-        if (!path.empty())
-            sendBatch(f, path, batch);
-        lock.lock();
-        f.sending = false;
-        if (f.queue.empty())
-            f.idle.notify_all();
-    }
-}
-
 } // namespace
-
-void nd_library_forward(size_t recordSize, bool add, const void *records, uint32_t count)
-{
-    if (!records || count == 0 || (recordSize != kSuppressionRecord && recordSize != kRemoteNbrRecord))
-        return;
-    Forwarder &f = forwarder();
-    std::lock_guard<std::mutex> hold(f.mutex);
-    if (f.socketPath.empty())
-        return;
-    uint32_t code = (recordSize == kSuppressionRecord ? kInjectSuppressionAdd : kInjectRemoteNbrAdd) + (add ? 0 : 1);
-    const uint8_t *p = static_cast<const uint8_t *>(records);
-    // Whole records, at most kBatchBytes of them per batch, so that every batch fits a frame.
-    size_t perBatch = kBatchBytes / recordSize;
-    for (uint32_t left = count; left > 0;) {
-        if (f.queue.empty() || f.queue.back().code != code || f.queue.back().bytes.size() / recordSize >= perBatch)
-            f.queue.push_back(Batch{code, {}});
-        std::vector<uint8_t> &bytes = f.queue.back().bytes;
-        size_t room = perBatch - bytes.size() / recordSize;
-        size_t n = left < room ? left : room;
-        bytes.insert(bytes.end(), p, p + recordSize * n);
-        p += recordSize * n;
-        left -= static_cast<uint32_t>(n);
-    }
-    if (!f.workerStarted) {
-        f.workerStarted = true;
-        std::thread(forwardWorker).detach();
-    }
-    f.work.notify_one();
-}
-
-void nd_library_flush()
-{
-    Forwarder &f = forwarder();
-    {
-        std::lock_guard<std::mutex> hold(f.mutex);
-        if (f.socketPath.empty())
-            return;
-    }
-    vxlan_work_drain();
-    std::unique_lock<std::mutex> lock(f.mutex);
-    f.idle.wait_for(lock, std::chrono::seconds(60), [&] { return f.queue.empty() && !f.sending; });
-}
 
 std::string service_log_path(const std::string &stateDir)
 {
@@ -329,18 +178,7 @@ std::string service_executable()
 
 bool service_running(const std::string &stateDir)
 {
-    std::string path = service_socket_path(stateDir.empty() ? state_dir() : stateDir);
-    sockaddr_un addr{};
-    addr.sun_family = AF_UNIX;
-    if (path.size() >= sizeof addr.sun_path)
-        return false;
-    memcpy(addr.sun_path, path.c_str(), path.size() + 1);
-    int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0)
-        return false;
-    bool ok = connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) == 0;
-    close(fd);
-    return ok;
+    return unix_socket_accepts(service_socket_path(stateDir.empty() ? state_dir() : stateDir));
 }
 
 bool service_state_dir_make(const std::string &path)
@@ -373,30 +211,38 @@ long service_lock_holder(const std::string &stateDirIn)
     return holder > 0 ? holder : -1;
 }
 
-long service_start(const std::string &stateDirIn, const std::vector<std::string> &extraArgs)
+namespace {
+
+// ---- starting the service ------------------------------------------------------------------------
+
+using Clock = std::chrono::steady_clock;
+
+// A service that holds the directory and does not accept yet is starting: waits for it rather
+// than start a second one that would only find the lock taken. 0 when the directory is free (a
+// start goes ahead here); else what the start returns: the holder once it accepts, -1 when it
+// still holds without accepting at the deadline.
+long awaitOtherStart(const std::string &stateDir, Clock::time_point deadline)
 {
-    std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
-    service_state_dir_make(stateDir);
-    // A service that holds the directory and does not accept yet is starting: wait for it
-    // rather than start a second one that would only find the lock taken.
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(startWaitMs());
     long holder = service_lock_holder(stateDir);
-    if (holder != 0) {
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (service_running(stateDir))
-                return holder;
-            if (service_lock_holder(stateDir) == 0)
-                break; // it ended without accepting: start one here
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        if (service_lock_holder(stateDir) != 0)
-            return -1;
+    if (holder == 0)
+        return 0;
+    while (Clock::now() < deadline) {
+        if (service_running(stateDir))
+            return holder;
+        if (service_lock_holder(stateDir) == 0)
+            break; // it ended without accepting: start one here
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    std::string exe = service_executable();
-    // Everything the child needs is prepared before fork: after it, only exec-safe calls.
-    std::vector<std::string> args{exe, "--state", stateDir};
+    return service_lock_holder(stateDir) != 0 ? -1 : 0;
+}
+
+// The command line of a service for stateDir: the executable, its state directory, the extra
+// arguments, and those of every start (a seed file, test switches) from $NDSIM_NDSVC_ARGS,
+// blank-separated.
+std::vector<std::string> serviceCommand(const std::string &stateDir, const std::vector<std::string> &extraArgs)
+{
+    std::vector<std::string> args{service_executable(), "--state", stateDir};
     args.insert(args.end(), extraArgs.begin(), extraArgs.end());
-    // Further arguments for every start (a seed file, test switches), blank-separated.
     if (const char *more = getenv("NDSIM_NDSVC_ARGS")) {
         std::string word;
         for (const char *c = more;; ++c) {
@@ -411,49 +257,63 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
             }
         }
     }
+    return args;
+}
+
+// The child's side of a start; only exec-safe calls. The service is the switch's, not the
+// shell's: a session of its own, so that no terminal signal (^C, ^Z, a hang-up) reaches it and
+// no shell's exit ends it. It runs until `ndsvc --stop` (or a reload) stops it.
+[[noreturn]] void execService(char *const *argv, const char *logPath)
+{
+    setsid();
+    // Nothing of the shell's: a pipe that the shell writes to would stay open for as long as
+    // the service runs. Its messages go to the state directory's log.
+    int devnull = open("/dev/null", O_RDWR);
+    if (devnull >= 0) {
+        dup2(devnull, 0);
+        dup2(devnull, 1);
+        if (devnull > 2)
+            close(devnull);
+    }
+    int log = open(logPath, O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, kPrivateFileMode);
+    if (log >= 0) {
+        dup2(log, 2);
+        if (log > 2)
+            close(log);
+    } else {
+        dup2(0, 2);
+    }
+    execv(argv[0], argv);
+    execvp(argv[0], argv);
+    _exit(127);
+}
+
+// Runs the service of a command line as a child; its pid, or -1. Everything the child needs is
+// prepared before fork.
+pid_t spawnService(std::vector<std::string> &args, const std::string &logPath)
+{
     std::vector<char *> argv;
     for (std::string &a : args)
         argv.push_back(a.data());
     argv.push_back(nullptr);
-
-    std::string logPath = service_log_path(stateDir);
     pid_t pid = fork();
-    if (pid < 0)
-        return -1;
-    if (pid == 0) {
-        // The service is the switch's, not the shell's: a session of its own, so that no
-        // terminal signal (^C, ^Z, a hang-up) reaches it and no shell's exit ends it. It runs
-        // until `ndsvc --stop` (or a reload) stops it.
-        setsid();
-        // Nothing of the shell's: a pipe that the shell writes to would stay open for as long
-        // as the service runs. Its messages go to the state directory's log.
-        int devnull = open("/dev/null", O_RDWR);
-        if (devnull >= 0) {
-            dup2(devnull, 0);
-            dup2(devnull, 1);
-            if (devnull > 2)
-                close(devnull);
-        }
-        int log = open(logPath.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW, kPrivateFileMode);
-        if (log >= 0) {
-            dup2(log, 2);
-            if (log > 2)
-                close(log);
-        } else {
-            dup2(0, 2);
-        }
-        execv(argv[0], argv.data());
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    {
+    if (pid == 0)
+        execService(argv.data(), logPath.c_str());
+    if (pid > 0) {
         std::lock_guard<std::mutex> hold(control().mutex);
         control().children.insert(pid);
     }
+    return pid < 0 ? -1 : pid;
+}
+
+// Waits until the service of stateDir accepts: its pid, which is the child's unless another
+// start won the lock. -1 when none accepts by the deadline (the child, if still there, is
+// killed) or the child ended and nothing holds the directory.
+long awaitStartedService(const std::string &stateDir, pid_t pid, Clock::time_point deadline)
+{
     bool childGone = false;
-    while (std::chrono::steady_clock::now() < deadline) {
+    while (Clock::now() < deadline) {
         if (service_running(stateDir)) {
-            // The one that holds the directory, which is this child unless another start won.
             long holder = service_lock_holder(stateDir);
             return holder > 0 ? holder : pid;
         }
@@ -468,6 +328,22 @@ long service_start(const std::string &stateDirIn, const std::vector<std::string>
     if (!childGone)
         kill(pid, SIGKILL);
     return -1;
+}
+
+} // namespace
+
+long service_start(const std::string &stateDirIn, const std::vector<std::string> &extraArgs)
+{
+    std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
+    service_state_dir_make(stateDir);
+    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(startWaitMs());
+    if (long other = awaitOtherStart(stateDir, deadline))
+        return other;
+    std::vector<std::string> args = serviceCommand(stateDir, extraArgs);
+    pid_t pid = spawnService(args, service_log_path(stateDir));
+    if (pid < 0)
+        return -1;
+    return awaitStartedService(stateDir, pid, deadline);
 }
 
 bool service_stop(const std::string &stateDirIn, bool hard)
@@ -509,16 +385,12 @@ void service_attach(const std::string &stateDirIn)
     }
     cmf_transport_set(socket_transport(service_socket_path(stateDir)));
     dcm_control_set(&kControl);
-    std::lock_guard<std::mutex> hold(forwarder().mutex);
-    forwarder().socketPath = service_socket_path(stateDir);
+    nd_library_target_set(service_socket_path(stateDir));
 }
 
 void service_detach()
 {
-    {
-        std::lock_guard<std::mutex> hold(forwarder().mutex);
-        forwarder().socketPath.clear();
-    }
+    nd_library_target_set(std::string());
     cmf_transport_set(nullptr);
     dcm_control_set(nullptr);
 }

@@ -298,10 +298,10 @@ extern "C" int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info)
     }
     uint8_t *p = static_cast<uint8_t *>(info);
     memcpy(p, &portIndex, sizeof portIndex);
-    memcpy(p + 4, &port.kind, sizeof port.kind);
-    memcpy(p + 8, &port.portId, sizeof port.portId);
-    memcpy(p + 12, &port.svlan, sizeof port.svlan);
-    memcpy(p + 14, &port.cvlan, sizeof port.cvlan);
+    memcpy(p + ND_VXPORT_INFO_KIND, &port.kind, sizeof port.kind);
+    memcpy(p + ND_VXPORT_INFO_PORT_ID, &port.portId, sizeof port.portId);
+    memcpy(p + ND_VXPORT_INFO_SVLAN, &port.svlan, sizeof port.svlan);
+    memcpy(p + ND_VXPORT_INFO_CVLAN, &port.cvlan, sizeof port.cvlan);
     return kOk;
 }
 

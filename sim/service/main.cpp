@@ -26,6 +26,7 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -196,19 +197,24 @@ bool writePidFile(OwnedFile &file)
     return good;
 }
 
-int run(int argc, char **argv)
-{
-    // The platform's call trace is a test aid; a long-running service keeps none of it.
-    ndplat::trace_record_set(false);
+// What the command line asks for.
+struct Options {
     std::string stateDir = ndplat::state_dir();
     std::string seed;
-    const char *pluginEnv = getenv("NDSIM_PLUGIN");
-    std::string plugin = pluginEnv && *pluginEnv ? pluginEnv : ND_CLI_SO_PATH;
+    std::string plugin;
     uint32_t delayMs = 0;
     unsigned long dieAfter = 0;
     size_t ceiling = ndsvc::kStaticUserBindCeiling;
     ndplat::ServiceLimits limits = ndplat::service_limits_from_env();
     bool stop = false;
+};
+
+// Reads the options into o. The exit status when the process ends here: after --help, or at
+// an option it does not know or that lacks its value.
+std::optional<int> parseOptions(int argc, char **argv, Options &o)
+{
+    const char *pluginEnv = getenv("NDSIM_PLUGIN");
+    o.plugin = pluginEnv && *pluginEnv ? pluginEnv : ND_CLI_SO_PATH;
     for (int i = 1; i < argc; ++i) {
         std::string arg = argv[i];
         bool hasValue = i + 1 < argc;
@@ -217,58 +223,54 @@ int run(int argc, char **argv)
             fputs(kUsage, stdout);
             return 0;
         } else if (arg == "--stop")
-            stop = true;
+            o.stop = true;
         else if (arg == "--state" && hasValue)
-            stateDir = argv[++i];
+            o.stateDir = argv[++i];
         else if (arg == "--seed" && hasValue)
-            seed = argv[++i];
+            o.seed = argv[++i];
         else if (arg == "--plugin" && hasValue)
-            plugin = argv[++i];
+            o.plugin = argv[++i];
         else if (arg == "--config-delay-ms" && hasValue)
-            delayMs = static_cast<uint32_t>(strtoul(argv[++i], nullptr, 10));
+            o.delayMs = static_cast<uint32_t>(strtoul(argv[++i], nullptr, 10));
         else if (arg == "--die-after" && hasValue)
-            dieAfter = strtoul(argv[++i], nullptr, 10);
+            o.dieAfter = strtoul(argv[++i], nullptr, 10);
         else if (arg == "--user-bind-ceiling" && hasValue)
-            ceiling = strtoul(argv[++i], nullptr, 10);
+            o.ceiling = strtoul(argv[++i], nullptr, 10);
         else if (arg == "--max-connections" && hasValue && positive(argv[i + 1], n) && ++i)
-            limits.maxConnections = static_cast<uint32_t>(n);
+            o.limits.maxConnections = static_cast<uint32_t>(n);
         else if (arg == "--idle-timeout-ms" && hasValue && positive(argv[i + 1], n) && ++i)
-            limits.idleMs = static_cast<uint32_t>(n);
+            o.limits.idleMs = static_cast<uint32_t>(n);
         else {
             fprintf(stderr, "ndsvc: unknown option, or one without its value: %s\n", arg.c_str());
             return usage();
         }
     }
-    if (stop)
-        return stopService(stateDir);
-    if (!ndplat::service_state_dir_make(stateDir)) {
-        fprintf(stderr, "ndsvc: cannot make state directory %s: %s\n", stateDir.c_str(), strerror(errno));
-        return 1;
-    }
-    // Declared first, so that it is released last: until then the files are this process's.
-    HeldLock lock;
-    lock.fd = takeLock(stateDir);
-    if (lock.fd < 0)
-        return 1;
-    setenv("NDSIM_STATE", stateDir.c_str(), 1);
-    ndplat::dbm_state_dir_set(stateDir);
+    return std::nullopt;
+}
 
-    ndsvc::NdService service;
-    service.plugin_path_set(plugin);
-    service.config_delay_set(delayMs);
-    service.user_bind_ceiling_set(ceiling);
-    if (!seed.empty()) {
-        std::string why;
-        if (!service.seed_file(seed, &why)) {
-            fprintf(stderr, "ndsvc: seed %s: %s\n", seed.c_str(), why.c_str());
-            return 1;
-        }
-    }
+// The service's plug-in, test settings and seed; false (with a line) when the seed is bad.
+bool configure(ndsvc::NdService &service, const Options &o)
+{
+    service.plugin_path_set(o.plugin);
+    service.config_delay_set(o.delayMs);
+    service.user_bind_ceiling_set(o.ceiling);
+    if (o.seed.empty())
+        return true;
+    std::string why;
+    if (service.seed_file(o.seed, &why))
+        return true;
+    fprintf(stderr, "ndsvc: seed %s: %s\n", o.seed.c_str(), why.c_str());
+    return false;
+}
 
+// Listens on the state directory's socket and answers requests until a stop signal, with the
+// pid file written first; the socket and the pid file are removed on every way out.
+int serveUntilStopped(ndsvc::NdService &service, const Options &o)
+{
     ndplat::ServiceServer server;
-    server.limits_set(limits);
+    server.limits_set(o.limits);
     OwnedFile pidFile;
-    pidFile.path = ndplat::service_pid_path(stateDir);
+    pidFile.path = ndplat::service_pid_path(o.stateDir);
     MadeFiles made{server, pidFile};
     // A stop asked for from here on ends the service, also one that arrives before it serves.
     gServer = &server;
@@ -279,16 +281,44 @@ int run(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);
     // The pid file first: once the service accepts, it names this process.
     writePidFile(pidFile);
-    if (!server.listen(ndplat::service_socket_path(stateDir)))
+    if (!server.listen(ndplat::service_socket_path(o.stateDir)))
         return 1;
 
     std::atomic<unsigned long> requests{0};
+    unsigned long dieAfter = o.dieAfter;
     server.serve([&service, &requests, dieAfter](const ndplat::CmfRequest &request, ndplat::ServiceConnection &) {
         if (dieAfter && ++requests >= dieAfter)
             _exit(3);
         return service.handle(request);
     });
     return 0;
+}
+
+int run(int argc, char **argv)
+{
+    // The platform's call trace is a test aid; a long-running service keeps none of it.
+    ndplat::trace_record_set(false);
+    Options o;
+    if (std::optional<int> status = parseOptions(argc, argv, o))
+        return *status;
+    if (o.stop)
+        return stopService(o.stateDir);
+    if (!ndplat::service_state_dir_make(o.stateDir)) {
+        fprintf(stderr, "ndsvc: cannot make state directory %s: %s\n", o.stateDir.c_str(), strerror(errno));
+        return 1;
+    }
+    // Declared first, so that it is released last: until then the files are this process's.
+    HeldLock lock;
+    lock.fd = takeLock(o.stateDir);
+    if (lock.fd < 0)
+        return 1;
+    setenv("NDSIM_STATE", o.stateDir.c_str(), 1);
+    ndplat::dbm_state_dir_set(o.stateDir);
+
+    ndsvc::NdService service;
+    if (!configure(service, o))
+        return 1;
+    return serveUntilStopped(service, o);
 }
 
 } // namespace

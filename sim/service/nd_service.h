@@ -19,14 +19,12 @@
 
 namespace ndsvc {
 
-// Request codes that only the emulation uses: the ND library of the shell's process hands the
-// test-injection records to the service with these (one item of type 1 holding one or more
-// records back to back).
-constexpr uint32_t kInjectSuppressionAdd = 1000;
-constexpr uint32_t kInjectSuppressionDel = 1001;
-constexpr uint32_t kInjectRemoteNbrAdd = 1002;
-constexpr uint32_t kInjectRemoteNbrDel = 1003;
-constexpr uint32_t kInjectItem = 1;
+// The test-injection requests of the shell's ND library, and the item that holds their records.
+using ndwire::kInjectRemoteNbrAdd;
+using ndwire::kInjectRemoteNbrDel;
+using ndwire::kInjectSuppressionAdd;
+using ndwire::kInjectSuppressionDel;
+constexpr uint32_t kInjectItem = ndwire::kItemObject;
 
 // Static user-binds the service keeps at most; one more is refused with error 45.
 constexpr size_t kStaticUserBindCeiling = 1024;

@@ -28,7 +28,7 @@ namespace ndsh {
 namespace {
 
 constexpr const char *kHostname = "switch";
-constexpr const char *kNdDb = "ec_nd";
+constexpr const char *kNdDb = ndwire::kDatabase;
 constexpr const char *kInventoryDb = "ndsh_inventory";
 constexpr const char *kBootedMarker = "ndsh.booted";
 // Present while the startup configuration is being replayed: found at a start, it means that a

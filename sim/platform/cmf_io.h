@@ -1,0 +1,22 @@
+// What the client side, the server side and the control of the service share about its socket:
+// connecting, the time left before a deadline, and the transport's lines on stderr.
+#ifndef NDPLAT_CMF_IO_H
+#define NDPLAT_CMF_IO_H
+
+#include <chrono>
+#include <string>
+
+namespace ndplat {
+
+// A stream socket connected to the Unix-domain socket at path (close-on-exec), or -1.
+int unix_socket_connect(const std::string &path);
+// Whether something accepts connections on the socket at path.
+bool unix_socket_accepts(const std::string &path);
+// Milliseconds left until deadline, 0 once it has passed.
+int ms_until(std::chrono::steady_clock::time_point deadline);
+// "ndcmf <side>: <text>" on stderr, flushed.
+void cmf_log(const char *side, const std::string &text);
+
+} // namespace ndplat
+
+#endif
