@@ -32,6 +32,13 @@ std::vector<std::string> childEnvironment(const std::string &stateDir, const std
     return words;
 }
 
+// In the forked child: the shell, or exit status 127 when it cannot be run.
+[[noreturn]] void execShell(Words &argv, Words &env)
+{
+    execve(argv.get()[0], argv.get(), env.get());
+    _exit(127);
+}
+
 // The command file of the configuration rows: global snooping, then every VLAN with snooping.
 std::string commandFile(uint32_t vlans)
 {
@@ -65,8 +72,7 @@ double runCommandFile(const Binaries &bin, const std::string &stateDir, const st
             dup2(in, 0);
             dup2(out.get(), 1);
             dup2(out.get(), 2);
-            execve(argv.get()[0], argv.get(), env.get());
-            _exit(127);
+            execShell(argv, env);
         }
     }
     if (pid < 0) {
@@ -137,10 +143,8 @@ double startToPrompt(const Binaries &bin, const std::string &stateDir, std::stri
     int fd = -1;
     Clock::time_point t0 = Clock::now();
     pid_t pid = forkpty(&fd, nullptr, nullptr, &size);
-    if (pid == 0) {
-        execve(argv.get()[0], argv.get(), env.get());
-        _exit(127);
-    }
+    if (pid == 0)
+        execShell(argv, env);
     if (pid < 0) {
         why = "forkpty failed";
         return -1;
