@@ -1,5 +1,5 @@
-// The VXLAN side of the emulated platform: VXLAN port information, the VXLAN interaction work
-// task (a real worker thread running jobs in queue order), the ND library's suppression-host
+// The VXLAN side of the emulated platform: VXLAN port information (from the port table of
+// vxports.cpp), the VXLAN interaction work task (a real worker thread running jobs in queue order), the ND library's suppression-host
 // and remote-neighbour tables, IPAM_Struct2String and the memory-state switch.
 #include <arpa/inet.h>
 
@@ -19,11 +19,10 @@ namespace {
 constexpr int32_t kOk = 0;
 constexpr int32_t kFailure = 1;
 
-// ---- VXLAN ports and memory state -----------------------------------------------------------
+// ---- memory state and ND library tables ---------------------------------------------------------
 
 struct VxlanState {
     std::mutex mutex;
-    std::map<uint32_t, ndplat::Vxport> ports;
     int32_t memState = 0;
     std::map<std::array<uint8_t, 20>, ndplat::SuppressionRecord> suppression;
     std::map<std::array<uint8_t, 24>, ndplat::RemoteNbrRecord> nbrs;
@@ -128,7 +127,6 @@ void resetVxlan()
     resetWorkTask();
     VxlanState &s = vxlanState();
     std::lock_guard<std::mutex> hold(s.mutex);
-    s.ports.clear();
     s.memState = 0;
     s.suppression.clear();
     s.nbrs.clear();
@@ -191,18 +189,6 @@ const char *ptrText(const void *p)
 } // namespace
 
 namespace ndplat {
-
-void vxport_set(uint32_t portIndex, const Vxport &port)
-{
-    std::lock_guard<std::mutex> hold(vxlanState().mutex);
-    vxlanState().ports[portIndex] = port;
-}
-
-void vxport_remove(uint32_t portIndex)
-{
-    std::lock_guard<std::mutex> hold(vxlanState().mutex);
-    vxlanState().ports.erase(portIndex);
-}
 
 void mem_state_set(int32_t state)
 {
@@ -288,20 +274,15 @@ extern "C" int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info)
         return static_cast<int32_t>(*fault);
     if (!info)
         return kFailure;
-    ndplat::Vxport port;
-    {
-        std::lock_guard<std::mutex> hold(vxlanState().mutex);
-        auto it = vxlanState().ports.find(portIndex);
-        if (it == vxlanState().ports.end())
-            return kFailure;
-        port = it->second;
-    }
+    std::optional<ndplat::Vxport> port = ndplat::vxport_find(portIndex);
+    if (!port)
+        return kFailure;
     uint8_t *p = static_cast<uint8_t *>(info);
     memcpy(p, &portIndex, sizeof portIndex);
-    memcpy(p + 4, &port.kind, sizeof port.kind);
-    memcpy(p + 8, &port.portId, sizeof port.portId);
-    memcpy(p + 12, &port.svlan, sizeof port.svlan);
-    memcpy(p + 14, &port.cvlan, sizeof port.cvlan);
+    memcpy(p + ND_VXPORT_INFO_KIND, &port->kind, sizeof port->kind);
+    memcpy(p + ND_VXPORT_INFO_PORT_ID, &port->portId, sizeof port->portId);
+    memcpy(p + ND_VXPORT_INFO_SVLAN, &port->svlan, sizeof port->svlan);
+    memcpy(p + ND_VXPORT_INFO_CVLAN, &port->cvlan, sizeof port->cvlan);
     return kOk;
 }
 
