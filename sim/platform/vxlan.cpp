@@ -1,6 +1,7 @@
 // The VXLAN side of the emulated platform: VXLAN port information (from the port table of
-// vxports.cpp), the VXLAN interaction work task (a real worker thread running jobs in queue order), the ND library's suppression-host
-// and remote-neighbour tables, IPAM_Struct2String and the memory-state switch.
+// vxports.cpp), the VXLAN interaction work task (a real worker thread running jobs in queue
+// order), the ND library's suppression-host and remote-neighbour tables, IPAM_Struct2String
+// and the memory-state switch.
 #include <arpa/inet.h>
 
 #include <condition_variable>
@@ -19,7 +20,7 @@ namespace {
 constexpr int32_t kOk = 0;
 constexpr int32_t kFailure = 1;
 
-// ---- memory state and ND library tables ---------------------------------------------------------
+// ---- memory state and ND library tables ----------------------------------------------------
 
 struct VxlanState {
     std::mutex mutex;

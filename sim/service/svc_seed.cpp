@@ -1,6 +1,6 @@
 // The seed reader: dynamic state (learned user-binds, prefixes, counters, proxy addresses,
-// VXLAN hosts, debug switches) and the platform's VXLAN ports from a JSON file, checked in full against the limits of the
-// model before any of it is taken.
+// VXLAN hosts, debug switches) and the platform's VXLAN ports from a JSON file, checked in
+// full against the limits of the model before any of it is taken.
 #include <algorithm>
 #include <fstream>
 #include <sstream>
