@@ -1,6 +1,7 @@
-// The VXLAN side of the emulated platform: VXLAN port information, the VXLAN interaction work
-// task (a real worker thread running jobs in queue order), the ND library's suppression-host
-// and remote-neighbour tables, IPAM_Struct2String and the memory-state switch.
+// The VXLAN side of the emulated platform: VXLAN port information (from the port table of
+// vxports.cpp), the VXLAN interaction work task (a real worker thread running jobs in queue
+// order), the ND library's suppression-host and remote-neighbour tables, IPAM_Struct2String
+// and the memory-state switch.
 #include <arpa/inet.h>
 
 #include <condition_variable>
@@ -19,11 +20,10 @@ namespace {
 constexpr int32_t kOk = 0;
 constexpr int32_t kFailure = 1;
 
-// ---- VXLAN ports and memory state -----------------------------------------------------------
+// ---- memory state and ND library tables ----------------------------------------------------
 
 struct VxlanState {
     std::mutex mutex;
-    std::map<uint32_t, ndplat::Vxport> ports;
     int32_t memState = 0;
     std::map<std::array<uint8_t, 20>, ndplat::SuppressionRecord> suppression;
     std::map<std::array<uint8_t, 24>, ndplat::RemoteNbrRecord> nbrs;
@@ -128,7 +128,6 @@ void resetVxlan()
     resetWorkTask();
     VxlanState &s = vxlanState();
     std::lock_guard<std::mutex> hold(s.mutex);
-    s.ports.clear();
     s.memState = 0;
     s.suppression.clear();
     s.nbrs.clear();
@@ -138,22 +137,25 @@ const bool registered = (ndplat::on_reset(resetVxlan), true);
 
 // ---- ND library tables -----------------------------------------------------------------------
 
-constexpr size_t kSuppressionSize = 52;
-constexpr size_t kNbrSize = 64;
+namespace sup = ndwire::suppression;
+namespace rn = ndwire::remotenbr;
+constexpr size_t kSuppressionSize = sup::kSize;
+constexpr size_t kNbrSize = rn::kSize;
 
 std::array<uint8_t, 20> suppressionKey(const uint8_t *record)
 {
     std::array<uint8_t, 20> key{};
-    memcpy(key.data(), record, 4);          // VXLAN id
-    memcpy(key.data() + 4, record + 8, 16); // host address
+    memcpy(key.data(), record + sup::kVxlanId, 4);
+    memcpy(key.data() + 4, record + sup::kAddress, 16);
     return key;
 }
 
 std::array<uint8_t, 24> nbrKey(const uint8_t *record)
 {
+    static_assert(rn::kType + 4 == rn::kVxlanId);
     std::array<uint8_t, 24> key{};
-    memcpy(key.data(), record, 8);           // entry type, VXLAN id
-    memcpy(key.data() + 8, record + 20, 16); // ND address
+    memcpy(key.data(), record + rn::kType, 8); // entry type, VXLAN id
+    memcpy(key.data() + 8, record + rn::kAddress, 16);
     return key;
 }
 
@@ -188,21 +190,20 @@ const char *ptrText(const void *p)
     return p ? "ptr" : "null";
 }
 
+// One of the ND library's table calls: traced, failed when a fault is armed, then the update.
+template <typename Table, typename KeyFn>
+int32_t libraryCall(const char *name, Table &table, KeyFn keyOf, size_t size, void *records, uint32_t count,
+                    uint32_t *out, bool add)
+{
+    ndplat::trace_call(name, "%s, %u, %s", ptrText(records), count, ptrText(out));
+    if (auto fault = ndplat::fault_next(name))
+        return static_cast<int32_t>(*fault);
+    return tableUpdate(table, keyOf, size, records, count, out, add);
+}
+
 } // namespace
 
 namespace ndplat {
-
-void vxport_set(uint32_t portIndex, const Vxport &port)
-{
-    std::lock_guard<std::mutex> hold(vxlanState().mutex);
-    vxlanState().ports[portIndex] = port;
-}
-
-void vxport_remove(uint32_t portIndex)
-{
-    std::lock_guard<std::mutex> hold(vxlanState().mutex);
-    vxlanState().ports.erase(portIndex);
-}
 
 void mem_state_set(int32_t state)
 {
@@ -288,20 +289,15 @@ extern "C" int32_t VXLAN_GetVxportBasicInfo(uint32_t portIndex, void *info)
         return static_cast<int32_t>(*fault);
     if (!info)
         return kFailure;
-    ndplat::Vxport port;
-    {
-        std::lock_guard<std::mutex> hold(vxlanState().mutex);
-        auto it = vxlanState().ports.find(portIndex);
-        if (it == vxlanState().ports.end())
-            return kFailure;
-        port = it->second;
-    }
+    std::optional<ndplat::Vxport> port = ndplat::vxport_find(portIndex);
+    if (!port)
+        return kFailure;
     uint8_t *p = static_cast<uint8_t *>(info);
     memcpy(p, &portIndex, sizeof portIndex);
-    memcpy(p + ND_VXPORT_INFO_KIND, &port.kind, sizeof port.kind);
-    memcpy(p + ND_VXPORT_INFO_PORT_ID, &port.portId, sizeof port.portId);
-    memcpy(p + ND_VXPORT_INFO_SVLAN, &port.svlan, sizeof port.svlan);
-    memcpy(p + ND_VXPORT_INFO_CVLAN, &port.cvlan, sizeof port.cvlan);
+    memcpy(p + ND_VXPORT_INFO_KIND, &port->kind, sizeof port->kind);
+    memcpy(p + ND_VXPORT_INFO_PORT_ID, &port->portId, sizeof port->portId);
+    memcpy(p + ND_VXPORT_INFO_SVLAN, &port->svlan, sizeof port->svlan);
+    memcpy(p + ND_VXPORT_INFO_CVLAN, &port->cvlan, sizeof port->cvlan);
     return kOk;
 }
 
@@ -331,34 +327,22 @@ extern "C" int32_t gnl_wt_add_event_job(void *handle, uint32_t prio, GNL_WT_JOB_
 
 extern "C" int32_t ND_AddSuppressionHost(void *record, uint32_t count, uint32_t *out)
 {
-    ndplat::trace_call("ND_AddSuppressionHost", "%s, %u, %s", ptrText(record), count, ptrText(out));
-    if (auto fault = ndplat::fault_next("ND_AddSuppressionHost"))
-        return static_cast<int32_t>(*fault);
-    return tableUpdate(vxlanState().suppression, suppressionKey, kSuppressionSize, record, count, out, true);
+    return libraryCall("ND_AddSuppressionHost", vxlanState().suppression, suppressionKey, kSuppressionSize, record, count, out, true);
 }
 
 extern "C" int32_t ND_DelSuppressionHost(void *record, uint32_t count, uint32_t *out)
 {
-    ndplat::trace_call("ND_DelSuppressionHost", "%s, %u, %s", ptrText(record), count, ptrText(out));
-    if (auto fault = ndplat::fault_next("ND_DelSuppressionHost"))
-        return static_cast<int32_t>(*fault);
-    return tableUpdate(vxlanState().suppression, suppressionKey, kSuppressionSize, record, count, out, false);
+    return libraryCall("ND_DelSuppressionHost", vxlanState().suppression, suppressionKey, kSuppressionSize, record, count, out, false);
 }
 
 extern "C" int32_t ND_AddRemoteNbr(void *record, uint32_t count, uint32_t *out)
 {
-    ndplat::trace_call("ND_AddRemoteNbr", "%s, %u, %s", ptrText(record), count, ptrText(out));
-    if (auto fault = ndplat::fault_next("ND_AddRemoteNbr"))
-        return static_cast<int32_t>(*fault);
-    return tableUpdate(vxlanState().nbrs, nbrKey, kNbrSize, record, count, out, true);
+    return libraryCall("ND_AddRemoteNbr", vxlanState().nbrs, nbrKey, kNbrSize, record, count, out, true);
 }
 
 extern "C" int32_t ND_DelRemoteNbr(void *record, uint32_t count, uint32_t *out)
 {
-    ndplat::trace_call("ND_DelRemoteNbr", "%s, %u, %s", ptrText(record), count, ptrText(out));
-    if (auto fault = ndplat::fault_next("ND_DelRemoteNbr"))
-        return static_cast<int32_t>(*fault);
-    return tableUpdate(vxlanState().nbrs, nbrKey, kNbrSize, record, count, out, false);
+    return libraryCall("ND_DelRemoteNbr", vxlanState().nbrs, nbrKey, kNbrSize, record, count, out, false);
 }
 
 extern "C" int32_t IPAM_Struct2String(const void *address, char *text)

@@ -1,6 +1,6 @@
 // The seed reader: dynamic state (learned user-binds, prefixes, counters, proxy addresses,
-// VXLAN hosts, debug switches) from a JSON file, checked in full against the limits of the
-// model before any of it is taken.
+// VXLAN hosts, debug switches) and the platform's VXLAN ports from a JSON file, checked in
+// full against the limits of the model before any of it is taken.
 #include <algorithm>
 #include <fstream>
 #include <sstream>
@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ndplat_ports.h"
+#include "ndplat_vxlan.h"
 #include "svc_items.h"
 
 namespace ndsvc {
@@ -138,6 +139,7 @@ struct Seed {
     std::vector<ProxyAddress> proxies;
     std::map<VxlanKey, VxlanHost> hosts;
     std::map<VxlanKey, SuppressionHost> suppression;
+    std::map<uint32_t, ndplat::Vxport> ports; // by port index
     bool hasDebug = false;
     uint32_t debug = 0;
 };
@@ -293,6 +295,35 @@ bool read_suppression_hosts(SeedReader &in, const json &doc, Seed &seed, size_t 
                             });
 }
 
+// The VXLAN ports that hosts are learned on, for the platform's port table.
+constexpr int64_t kMaxVxportIndex = 65535;
+
+bool read_ports(SeedReader &in, const json &doc, Seed &seed)
+{
+    return in.list(doc, "vxlan_ports", [&](const json &e, const std::string &path) {
+        ndplat::Vxport port;
+        int64_t index = 0, vxlan = 0, svlan = 0, cvlan = 0;
+        std::string name;
+        for (const char *key : {"port_index", "vxlan", "port"})
+            if (!e.contains(key))
+                return in.fail(path + "." + key, "missing");
+        if (!in.number(e, path, "port_index", 1, kMaxVxportIndex, 0, index) ||
+            !in.number(e, path, "vxlan", 1, kMaxVxlanId, 0, vxlan) || !in.text(e, path, "port", name) ||
+            !in.number(e, path, "svlan", 0, kMaxVlanId, 0, svlan) ||
+            !in.number(e, path, "cvlan", 0, kMaxVlanId, 0, cvlan))
+            return false;
+        port.portId = ndplat::port_id(name);
+        if (port.portId == 0 || !ndplat::port_find(port.portId))
+            return in.fail(path + ".port", "\"" + name + "\" is no interface of the switch");
+        port.vxlan = static_cast<uint32_t>(vxlan);
+        port.svlan = static_cast<uint16_t>(svlan);
+        port.cvlan = static_cast<uint16_t>(cvlan);
+        port.origin = ndplat::VxportOrigin::Seed;
+        seed.ports[static_cast<uint32_t>(index)] = port;
+        return true;
+    });
+}
+
 bool read_debug(SeedReader &in, const json &doc, Seed &seed)
 {
     if (!doc.contains("debug"))
@@ -319,7 +350,8 @@ bool read_seed(SeedReader &in, const json &doc, Seed &seed, const Held &held)
            read_counters(in, doc, "snooping_statistics", ndwire::stat::kSnoopingCounters, seed.snooping) &&
            read_counters(in, doc, "forward_statistics", ndwire::stat::kForwardCounters, seed.forward) &&
            read_proxies(in, doc, seed) && read_hosts(in, doc, seed, held.hosts) &&
-           read_suppression_hosts(in, doc, seed, held.suppression) && read_debug(in, doc, seed);
+           read_suppression_hosts(in, doc, seed, held.suppression) && read_ports(in, doc, seed) &&
+           read_debug(in, doc, seed);
 }
 
 } // namespace
@@ -341,6 +373,16 @@ bool NdService::seed_text(const std::string &text, std::string *why)
         if (why)
             *why = in.error();
         return false;
+    }
+    // The ports go to the platform's table shared with the shell; under their own origin they
+    // never replace a port the operator configured.
+    for (const auto &[index, port] : seed.ports) {
+        std::string error;
+        if (!ndplat::vxport_set(index, port, &error)) {
+            if (why)
+                *why = "vxlan_ports: port index " + std::to_string(index) + " cannot be stored: " + error;
+            return false;
+        }
     }
     for (size_t part = 0; part < 2; ++part)
         dynamicBinds_[part].insert(dynamicBinds_[part].end(), seed.binds[part].begin(), seed.binds[part].end());

@@ -18,6 +18,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "ndplat_vxlan.h"
 #include "private_files.h"
 #include "file_io.h"
 #include "ndsh.h"
@@ -218,10 +219,81 @@ int32_t cmd_no_numbered(int32_t argc, char **argv)
         refuse("\n% The default VLAN cannot be deleted.");
         return 0;
     }
-    if (!S().inventory().has(m->stored, number))
+    if (!S().inventory().has(m->stored, number)) {
         refuse("\n% " + std::string(m->word) + " " + w[2] + " does not exist.");
-    else
-        forget(m->stored, number);
+        return 0;
+    }
+    // The instance's ports go first: a port left behind would belong to no instance.
+    std::string error;
+    if (m->kind == Context::Kind::Vxlan &&
+        !ndplat::vxport_remove_all(ndplat::VxportOrigin::Configured, static_cast<uint32_t>(number), &error)) {
+        refuse("\n% Cannot remove the VXLAN ports of vxlan " + w[2] + ": " + error + ".");
+        return 0;
+    }
+    forget(m->stored, number);
+    return 0;
+}
+
+// The instance that already holds a configured port index, 0 when none does.
+uint32_t vxport_owner(uint32_t portIndex)
+{
+    std::map<uint32_t, ndplat::Vxport> configured = ndplat::vxports(ndplat::VxportOrigin::Configured);
+    auto it = configured.find(portIndex);
+    return it == configured.end() ? 0 : it->second.vxlan;
+}
+
+// vxlan-port INDEX interface IFNAME [svlan S [cvlan C]], in the mode of a VXLAN instance.
+int32_t cmd_vxlan_port(int32_t argc, char **argv)
+{
+    std::vector<std::string> w = words_of(argc, argv);
+    if (w.size() < 4)
+        return 0;
+    const uint32_t index = static_cast<uint32_t>(strtoul(w[1].c_str(), nullptr, 10));
+    const uint32_t vxlan = static_cast<uint32_t>(S().context().number);
+    int32_t id = ndplat::port_id(w[3]);
+    if (!id || !ndplat::port_find(id)) {
+        refuse("\n% Interface " + w[3] + " does not exist.");
+        return 0;
+    }
+    ndplat::Vxport port;
+    port.portId = id;
+    port.vxlan = vxlan;
+    port.origin = ndplat::VxportOrigin::Configured;
+    for (size_t i = 4; i + 1 < w.size(); i += 2) {
+        uint16_t vlan = static_cast<uint16_t>(atoi(w[i + 1].c_str()));
+        (w[i] == "svlan" ? port.svlan : port.cvlan) = vlan;
+    }
+    uint32_t owner = vxport_owner(index);
+    if (owner != 0 && owner != vxlan) {
+        refuse("\n% VXLAN port " + w[1] + " is already used by vxlan " + std::to_string(owner) + ".");
+        return 0;
+    }
+    std::string error;
+    if (!ndplat::vxport_set(index, port, &error))
+        refuse("\n% Cannot store vxlan-port " + w[1] + ": " + error + ".");
+    return 0;
+}
+
+int32_t cmd_no_vxlan_port(int32_t argc, char **argv)
+{
+    std::vector<std::string> w = words_of(argc, argv);
+    if (w.size() < 3)
+        return 0;
+    const uint32_t index = static_cast<uint32_t>(strtoul(w[2].c_str(), nullptr, 10));
+    const uint32_t vxlan = static_cast<uint32_t>(S().context().number);
+    uint32_t owner = vxport_owner(index);
+    if (owner == 0) {
+        refuse("\n% VXLAN port " + w[2] + " does not exist.");
+        return 0;
+    }
+    if (owner != vxlan) {
+        refuse("\n% VXLAN port " + w[2] + " is used by vxlan " + std::to_string(owner) + ", not by vxlan " +
+               std::to_string(vxlan) + ".");
+        return 0;
+    }
+    std::string error;
+    if (!ndplat::vxport_remove(index, ndplat::VxportOrigin::Configured, &error))
+        refuse("\n% Cannot remove vxlan-port " + w[2] + ": " + error + ".");
     return 0;
 }
 
@@ -529,6 +601,15 @@ std::vector<Builtin> mode_builtins()
         {cmd_no_numbered,
          "no(CONF,0,'Negate a command or set its defaults'){vxlan(CONF,0,'Delete a VXLAN instance')"
          "{_1_16777215_(CONF,0,'VXLAN id')}}"},
+        {cmd_vxlan_port,
+         "vxlan-port(VXLAN,0,'Define a VXLAN access port'){_1_65535_(VXLAN,0,'VXLAN port index'){"
+         "interface(VXLAN,0,'The interface the port is attached to'){"
+         "_WORD_(VXLAN,0,'Interface name, such as gigabitethernet0/1'){_CR_(VXLAN,0,''),"
+         "svlan(VXLAN,0,'Outer VLAN of the port'){_1_4094_(VXLAN,0,'Outer VLAN id'){_CR_(VXLAN,0,''),"
+         "cvlan(VXLAN,0,'Inner VLAN of the port'){_1_4094_(VXLAN,0,'Inner VLAN id')}}}}}}}"},
+        {cmd_no_vxlan_port,
+         "no(VXLAN,0,'Negate a command or set its defaults'){vxlan-port(VXLAN,0,'Delete a VXLAN access port')"
+         "{_1_65535_(VXLAN,0,'VXLAN port index')}}"},
         {cmd_switchport, "switchport(PORTIF,0,'Make the port a layer-2 switch port')"},
         {cmd_switchport,
          "no(PORT,0,'Negate a command or set its defaults'){switchport(PORT,0,'Make the port a layer-3 routed port')}"},

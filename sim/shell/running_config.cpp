@@ -20,6 +20,7 @@
 
 #include "ndplat.h"
 #include "ndplat_ports.h"
+#include "ndplat_vxlan.h"
 #include "file_io.h"
 #include "ndsh.h"
 
@@ -167,14 +168,36 @@ bool write_port_sections(Writer &w, const Inventory &inv)
     return true;
 }
 
+// vxlan-port INDEX interface NAME [svlan S] [cvlan C]
+void write_vxport(Writer &w, uint32_t index, const ndplat::Vxport &port)
+{
+    const ndplat::PortInfo *info = ndplat::port_find(port.portId);
+    if (!info)
+        return;
+    std::string text = " vxlan-port " + std::to_string(index) + " interface " + info->name;
+    if (port.svlan != 0)
+        text += " svlan " + std::to_string(port.svlan);
+    if (port.cvlan != 0)
+        text += " cvlan " + std::to_string(port.cvlan);
+    w.line(text);
+}
+
 void write_sections(Writer &w)
 {
     const Inventory &inv = Session::instance().inventory();
     if (!write_global(w) || !write_vlan_sections(w, inv) || !write_layer3_sections(w, inv) ||
         !write_port_sections(w, inv))
         return;
+    // The configured VXLAN ports, each in the section of its instance; seed ports are learned
+    // state, not configuration.
+    std::map<uint32_t, ndplat::Vxport> ports = ndplat::vxports(ndplat::VxportOrigin::Configured);
     for (int32_t id : inv.of(Inventory::Kind::Vxlan))
-        if (!w.section("vxlan " + std::to_string(id), [&] { w.run(kKindVxlan, static_cast<uintptr_t>(id), 0); }))
+        if (!w.section("vxlan " + std::to_string(id), [&] {
+                for (const auto &[index, port] : ports)
+                    if (port.vxlan == static_cast<uint32_t>(id))
+                        write_vxport(w, index, port);
+                w.run(kKindVxlan, static_cast<uintptr_t>(id), 0);
+            }))
             return;
     w.line("end\n");
 }

@@ -20,6 +20,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "ndplat_vxlan.h"
 #include "private_files.h"
 #include "ndsh.h"
 
@@ -459,6 +460,8 @@ void Session::reload()
     std::string error;
     if (!inventory_.reset(error))
         Output::instance().write_terminal(error + "\n");
+    if (!ndplat::vxport_remove_all(ndplat::VxportOrigin::Configured, 0, &error))
+        Output::instance().write_terminal("% Cannot remove the configured VXLAN ports: " + error + ".\n");
     if (options_.service) {
         for (const char *suffix : {".db", ".db-wal", ".db-shm"})
             unlink((stateDir_ + "/" + kNdDb + suffix).c_str());
@@ -493,12 +496,14 @@ void Session::set_aside_damaged()
     if (ndplat::dbm_storage() != ndplat::DbmStorage::Sqlite)
         return;
     std::vector<ndplat::DbmDamage> damaged = ndplat::dbm_damaged();
-    for (const char *db : {kNdDb, kInventoryDb}) {
+    for (const char *db : {kNdDb, kInventoryDb, ndplat::kVxportDb}) {
         bool known = std::any_of(damaged.begin(), damaged.end(), [&](const auto &d) { return d.db == db; });
         if (!known && ndplat::dbm_check(db))
             continue;
         if (std::string(db) == kInventoryDb)
             inventory_.close();
+        if (std::string(db) == ndplat::kVxportDb)
+            ndplat::vxport_store_close();
         char stamp[32];
         time_t now = time(nullptr);
         struct tm local {};

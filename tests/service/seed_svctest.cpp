@@ -12,6 +12,8 @@
 
 #include "nd_service.h"
 #include "ndplat_service.h"
+#include "ndplat_ports.h"
+#include "ndplat_vxlan.h"
 #include "test_support.h"
 
 namespace {
@@ -179,6 +181,64 @@ TEST_F(SeedTest, APartThatWouldOutgrowItsListingIsRefused)
     EXPECT_EQ(pageRows(11, 4, 72), 0u);
 }
 
+std::string ports(const std::string &fields)
+{
+    return R"({"vxlan_ports":[{"port_index":1,"vxlan":10,"port":"gigabitethernet0/1","svlan":10,"cvlan":20},{)" +
+           fields + "}]}";
+}
+
+TEST_F(SeedTest, VxlanPortsAreCheckedFieldByField)
+{
+    EXPECT_EQ(refusal(ports(R"("vxlan":10,"port":"ge0/2")")), "vxlan_ports[1].port_index: missing");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"port":"ge0/2")")), "vxlan_ports[1].vxlan: missing");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10)")), "vxlan_ports[1].port: missing");
+    EXPECT_EQ(refusal(ports(R"("port_index":0,"vxlan":10,"port":"ge0/2")")),
+              "vxlan_ports[1].port_index: 0 is out of range 1..65535");
+    EXPECT_EQ(refusal(ports(R"("port_index":65536,"vxlan":10,"port":"ge0/2")")),
+              "vxlan_ports[1].port_index: 65536 is out of range 1..65535");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":16777216,"port":"ge0/2")")),
+              "vxlan_ports[1].vxlan: 16777216 is out of range 1..16777215");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":0,"port":"ge0/2")")),
+              "vxlan_ports[1].vxlan: 0 is out of range 1..16777215");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10,"port":"ge0/2","svlan":4095)")),
+              "vxlan_ports[1].svlan: 4095 is out of range 0..4094");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10,"port":"ge0/2","cvlan":-1)")),
+              "vxlan_ports[1].cvlan: -1 is out of range 0..4094");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10,"port":"ge0/2","cvlan":"20")")),
+              "vxlan_ports[1].cvlan: \"20\" is not a number");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10,"port":7)")), "vxlan_ports[1].port: 7 is not a text");
+    EXPECT_EQ(refusal(ports(R"("port_index":2,"vxlan":10,"port":"ge0/99")")),
+              "vxlan_ports[1].port: \"ge0/99\" is no interface of the switch");
+    EXPECT_EQ(refusal(R"({"vxlan_ports":{}})"), "vxlan_ports: not a list");
+    // The first entry was good each time: none of it was taken.
+    EXPECT_TRUE(ndplat::vxports().empty());
+}
+
+TEST_F(SeedTest, VxlanPortsAreSeedPortsThatNeverHideAConfiguredOne)
+{
+    ndplat::Vxport configured;
+    configured.portId = ndplat::port_id("ge0/9");
+    configured.vxlan = 20;
+    ASSERT_TRUE(ndplat::vxport_set(1, configured));
+    EXPECT_EQ(refusal(R"({"vxlan_ports":[{"port_index":1,"vxlan":10,"port":"gigabitethernet0/1","svlan":10,"cvlan":20},)"
+                      R"({"port_index":2,"vxlan":10,"port":"ag3","cvlan":20},)"
+                      R"({"port_index":65535,"vxlan":16777215,"port":"GE0/24","svlan":4094}]})"),
+              "taken");
+    auto seeded = [](const char *name, uint16_t svlan, uint16_t cvlan, uint32_t vxlan) {
+        ndplat::Vxport p;
+        p.portId = ndplat::port_id(name);
+        p.svlan = svlan;
+        p.cvlan = cvlan;
+        p.vxlan = vxlan;
+        p.origin = ndplat::VxportOrigin::Seed;
+        return p;
+    };
+    EXPECT_EQ(ndplat::vxports(), (std::map<uint32_t, ndplat::Vxport>{{1, configured},
+                                                                      {2, seeded("ag3", 0, 20, 10)},
+                                                                      {65535, seeded("ge0/24", 4094, 0, 16777215)}}));
+    EXPECT_EQ(ndplat::vxports(ndplat::VxportOrigin::Seed).at(1), seeded("gigabitethernet0/1", 10, 20, 10));
+}
+
 // A scratch state directory, removed on every path.
 class ScratchDir {
 public:
@@ -239,6 +299,11 @@ TEST(SeedProcessTest, NdsvcRefusesABadSeedWithTheFieldAndDoesNotStart)
     EXPECT_EQ(run.err, "ndsvc: seed " + dir.path() +
                            "/seed.json: dynamic_user_binds[0].count: 4294967295 is out of range 1..65535\n");
     EXPECT_FALSE(std::filesystem::exists(ndplat::service_socket_path(dir.path())));
+
+    run = runNdsvc(dir, R"({"vxlan_ports":[{"port_index":1,"vxlan":10,"port":"ge0/1","svlan":4095}]})");
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "ndsvc: seed " + dir.path() + "/seed.json: vxlan_ports[0].svlan: 4095 is out of range 0..4094\n");
+    EXPECT_FALSE(std::filesystem::exists(dir.path() + "/" + ndplat::kVxportDb + ".db"));
 }
 
 } // namespace

@@ -90,12 +90,13 @@ TEST(NdshCommandLine, ThePlugInsCommandsAreHelpedInTheirModesOnly)
                      "  host         Configure ND host\n"
                      "  suppression  Set ND Broadcast suppression\n"
                      "switch(config-vxlan5)#?\n"
-                     "  do    Run a privileged-mode command\n"
-                     "  end   Return to privileged mode\n"
-                     "  exit  Exit from the current mode\n"
-                     "  help  Description of the interactive help system\n"
+                     "  do          Run a privileged-mode command\n"
+                     "  end         Return to privileged mode\n"
+                     "  exit        Exit from the current mode\n"
+                     "  help        Description of the interactive help system\n"
                      "  ipv6\n"
-                     "  no    Negate a command or set its defaults\n");
+                     "  no          Negate a command or set its defaults\n"
+                     "  vxlan-port  Define a VXLAN access port\n");
 }
 
 TEST(NdshCommandLine, UniqueAbbreviationsReachTheHandlerWithFullWords)

@@ -32,7 +32,8 @@ constexpr const char *kObjects =
     "interface gigabitethernet 0/1; nd snooping trust; exit;"
     "interface gigabitethernet 0/3; no switchport; exit;"
     "interface link-aggregation 1; nd snooping trust; exit;"
-    "vxlan 300; exit;";
+    "vxlan 300; vxlan-port 2 interface ge0/5 svlan 10 cvlan 20; vxlan-port 1 interface gigabitethernet0/4;"
+    "vxlan-port 3 interface ag2 svlan 7; exit;";
 
 constexpr const char *kProxyAnyway =
     "interface vlan 10; nd proxy enable; ipv6 nd proxy anyway enable; exit;"
@@ -89,7 +90,10 @@ TEST(NdshRoundTrip, WriteAndReloadKeepEverySettingOfEveryModeWithProxyAnyway)
                 "\ninterface loopback 3\n nd proxy enable\n ipv6 nd proxy anyway enable\n",
                 "\ninterface gigabitethernet 0/2\n no switchport\n nd proxy enable\n ipv6 nd proxy anyway enable\n",
                 "\ninterface link-aggregation 1\n nd snooping trust\n", " ipv6 nd host timeout 300\n",
-                " no ipv6 nd host advertise\n", "\nvxlan 300\n"});
+                " no ipv6 nd host advertise\n",
+                "\nvxlan 300\n vxlan-port 1 interface gigabitethernet0/4\n"
+                " vxlan-port 2 interface gigabitethernet0/5 svlan 10 cvlan 20\n"
+                " vxlan-port 3 interface link-aggregation2 svlan 7\n!\n"});
 }
 
 TEST(NdshRoundTrip, WriteAndReloadKeepEverySettingOfEveryModeWithSuppression)
