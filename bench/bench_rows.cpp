@@ -12,22 +12,23 @@ std::vector<Row> makeRows(const Sizes &sizes)
 {
     const uint32_t fileLines = 3 * sizes.vlans + 3;
     const std::string injected = "`nd mpos suppress ... " + std::to_string(sizes.injected) + "`: ";
+    const std::string configuration = "full running configuration (" + withThousands(sizes.vlans) + " VLANs, " +
+                                      withThousands(sizes.staticBinds) + " binds, " + withThousands(sizes.vxlans) +
+                                      " VXLANs)";
+    const std::string dbm = "opening and closing \"ec_nd\" once (`DBM_Open` + `DBM_Close`, mean of " +
+                            withThousands(sizes.dbmPairs) + ")";
+    const std::string memory = "ND service memory (VmRSS of ndsvc), " + withThousands(sizes.dynamicBinds) +
+                               " bindings and " + withThousands(sizes.vxlanHosts) + " hosts";
     return {
         {"user-bind", "`show nd snooping user-bind dynamic`, " + withThousands(sizes.dynamicBinds) + " rows, wall", 100, "ms"},
         {"hosts", "`show ipv6 nd host vxlan`, " + withThousands(sizes.vxlanHosts) + " hosts, wall", 120, "ms"},
         {"inject", injected + "the command", 300, "ms"},
         {"inject", injected + "all hosts held by the service", 600, "ms"},
-        {"running-config", "full running configuration (" + withThousands(sizes.vlans) + " VLANs, " + withThousands(sizes.staticBinds) +
-             " binds, " + withThousands(sizes.vxlans) + " VXLANs)",
-         60, "ms"},
-        {"dbm", "opening and closing \"ec_nd\" once (`DBM_Open` + `DBM_Close`, mean of " + withThousands(sizes.dbmPairs) +
-             ")",
-         20, "µs"},
+        {"running-config", configuration, 60, "ms"},
+        {"dbm", dbm, 20, "µs"},
         {"ndsh-f", "configuration through `ndsh -f`, " + withThousands(fileLines) + " lines", 1.5, "s"},
         {"startup", "`ndsh` start to prompt, " + withThousands(sizes.vlans) + " VLANs in the inventory", 10, "ms"},
-        {"memory", "ND service memory (VmRSS of ndsvc), " + withThousands(sizes.dynamicBinds) + " bindings and " +
-             withThousands(sizes.vxlanHosts) + " hosts",
-         64, "MiB"},
+        {"memory", memory, 64, "MiB"},
     };
 }
 

@@ -28,7 +28,17 @@ struct Sizes {
 Sizes smallSizes();
 
 // The rows in the order of the table.
-enum RowId : size_t { kUserBind, kHosts, kInjectCommand, kInjectHeld, kRunningConfig, kDbm, kCommandFile, kStartup, kMemory };
+enum RowId : size_t {
+    kUserBind,
+    kHosts,
+    kInjectCommand,
+    kInjectHeld,
+    kRunningConfig,
+    kDbm,
+    kCommandFile,
+    kStartup,
+    kMemory,
+};
 
 // The names --only takes.
 extern const std::vector<std::string> kRowKeys;

@@ -70,7 +70,9 @@ void printRow(const Row &row, std::vector<std::string> &notes)
 std::string figure(double v)
 {
     char text[32];
-    snprintf(text, sizeof text, v < 10 ? "%.2f" : v < 100 ? "%.1f" : "%.0f", v);
+    snprintf(text, sizeof text, v < 10 ? "%.2f" : v < 100 ? "%.1f"
+                                                          : "%.0f",
+             v);
     return text;
 }
 

@@ -12,7 +12,6 @@ extern "C" {
 /* start-up */
 uint32_t ndCliRegService(void);
 uint32_t ndCliEvtRegister(void);
-
 }
 
 #endif

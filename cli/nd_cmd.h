@@ -8,6 +8,8 @@
 // The output modifiers that the shell offers after a show command with long output: the
 // "|" node with begin, include, exclude and redirect. INNER is the mode text of the nodes
 // below "|". Written once here and pasted into every definition that offers it.
+// Not reformatted: laid out as the command tree it defines.
+// clang-format off
 #define ND_CLI_FTP_CHAIN(INNER)                                                                 \
     "_WORD_(" INNER ",0,'Host name or ip address'){"                                            \
     "_WORD_(" INNER ",0,'User name'){"                                                          \
@@ -31,6 +33,7 @@
         "vrf(" INNER ",0,'Select VPN routing instance'){"                                       \
             "_WORD_(" INNER ",0,'VPN Routing/Forwarding instance name'){"                       \
                 ND_CLI_FTP_CHAIN(INNER) "}}}}"
+// clang-format on
 
 // The modifiers as most show commands offer them: every node in privileged mode.
 #define ND_CLI_OUTPUT_MODIFIERS ND_CLI_OUTPUT_MODIFIERS_IN("EN")
@@ -56,7 +59,6 @@ int32_t ndDebugSnooping(int32_t argc, char **argv);
 uint32_t ndCliSetDebugAllOn(void);
 uint32_t ndCliSetDebugAllOff(void);
 uint32_t ndCliShowDebuggingInfo(void);
-
 }
 
 #endif

@@ -19,6 +19,8 @@ struct CmdRow {
     const char *definition;
 };
 
+// Not reformatted: one row per command, its definition laid out as the tree it defines.
+// clang-format off
 constexpr CmdRow kNdCommands[] = {
     // 1: nd proxy enable
     {ndArgProcForProxyEnable,
@@ -166,6 +168,7 @@ constexpr CmdRow kNdCommands[] = {
     {nd_MlagDebugCmd,
      "no(EN, 0, ''){debug(EN, 0, ''){nd(EN, 0, 'Neighbor discovery debug'){mlag(EN, 0, HIDE, ' ')}}}"},
 };
+// clang-format on
 
 #undef ND_PS_SHOW_END
 

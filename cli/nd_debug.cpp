@@ -7,7 +7,6 @@
 
 namespace {
 
-
 constexpr uint32_t kDebugConfig = 1;
 constexpr uint32_t kDebugEvent = 2;
 constexpr uint32_t kDebugForward = 4;

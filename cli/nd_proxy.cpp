@@ -9,8 +9,6 @@
 
 namespace {
 
-
-
 // The two proxy handlers print their failures in forms of their own; the forms are part of
 // what the operator sees and differ on purpose.
 struct InterfaceMessages {

@@ -40,7 +40,11 @@ struct PortMessages {
 constexpr PortMessages kTrustPortMessages = {"just support one sigle port!!!!\n", "port list is empty!!!!!\n"};
 constexpr PortMessages kUserBindPortMessages = {"\njust support one sigle port!!!!\n", "\nport list is empty!!!!!\n"};
 
-enum class PortLookup { Found, Refused, NoMemory };
+enum class PortLookup {
+    Found,
+    Refused,
+    NoMemory,
+};
 
 // Fills a fresh, zeroed port map with `fill` and resolves it to the single port it must hold,
 // writing that port's ID and interface name. `fill` returns false to stop (having said why).
@@ -216,5 +220,4 @@ int32_t ndArgProcForSnpStUb(int32_t argc, char **argv)
     }
     return request.finish();
 }
-
 }

@@ -9,7 +9,6 @@
 
 namespace ndcli {
 
-
 } // namespace ndcli
 
 extern "C" {
@@ -31,7 +30,6 @@ int32_t ndCliOptNdSnoopingPrefix(int32_t argc, char **argv);
 int32_t ndShowNdSnoopingStat(int32_t argc, char **argv);
 int32_t ndClearNdSnoopingDyUbUserBind(int32_t argc, char **argv);
 int32_t ndClearNdSnoopingStat(int32_t argc, char **argv);
-
 }
 
 #endif

@@ -20,11 +20,9 @@ namespace {
 constexpr int kAddressFamilyIpv6 = 10;
 static_assert(AF_INET6 == kAddressFamilyIpv6);
 
-
 constexpr int32_t kObjectWord = 4; // address, prefix or table kind
 constexpr int32_t kClearPrefixBareWords = 4;
 constexpr uint8_t kHostPrefixLength = 128;
-
 
 // What tells the two paged listings apart.
 struct PagedTable {
@@ -264,5 +262,4 @@ int32_t ndShowNdSnoopingPrefix(int32_t argc, char **argv)
 {
     return runListing(kPrefixTable, argc, argv, ndwire::kTablePrefix, false);
 }
-
 }

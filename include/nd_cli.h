@@ -52,10 +52,10 @@ ND_CLI_EXPORT uint32_t ndCliParamProc(NdCliParam *block);
  * the answer. 0, 18, 19, 21 or 25 for framework failures, or the service's own code. */
 ND_CLI_EXPORT uint32_t ndCmfSendAndRev(void *context);
 /* Prints "\n" and the text of a status; silent for 24 and for codes without a text. */
-ND_CLI_EXPORT void     nd_CliPrintErrorToVty(uint32_t code);
+ND_CLI_EXPORT void nd_CliPrintErrorToVty(uint32_t code);
 /* Formats into 256 bytes and writes that text to fd as a format of its own: a "%%" surviving
  * the first pass prints "%", as the running configuration always has. What dprintf returned. */
-ND_CLI_EXPORT int32_t  nd_CliFdprintf(int32_t fd, const char *format, ...)
+ND_CLI_EXPORT int32_t nd_CliFdprintf(int32_t fd, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
 /* The message text of each status, indexed by the status. */
 ND_CLI_EXPORT extern const char *const gNdErrorStr[ND_ERR_COUNT];
@@ -108,21 +108,21 @@ ND_CLI_EXPORT void gnl_list_del(GnlListHead *item);
 /* hash table with the node inside each entry (at `nodeOffset`); the entries stay the caller's */
 /* Sets up an empty table of `bucketCount` buckets, which it allocates. 0; -1 when the count
  * is too large or the buckets cannot be allocated. */
-ND_CLI_EXPORT int32_t  gnl_hash_init(GnlHashTable *t, uint32_t nodeOffset, GnlHashComputeFn compute,
-                                     GnlHashCompareFn compare, uint32_t bucketCount);
+ND_CLI_EXPORT int32_t gnl_hash_init(GnlHashTable *t, uint32_t nodeOffset, GnlHashComputeFn compute,
+                                    GnlHashCompareFn compare, uint32_t bucketCount);
 /* Frees the buckets, not the entries. A null table is ignored. */
-ND_CLI_EXPORT void     gnl_hash_destroy(GnlHashTable *t);
+ND_CLI_EXPORT void gnl_hash_destroy(GnlHashTable *t);
 /* Links in `entry` without a duplicate check. The entry count after the insertion. */
 ND_CLI_EXPORT uint32_t gnl_hash_insert(GnlHashTable *t, void *entry);
 /* Unlinks `entry`, which must be in the table. The entry count after the removal. */
 ND_CLI_EXPORT uint32_t gnl_hash_remove(GnlHashTable *t, void *entry);
 /* The first entry that the compare function finds equal to `probe`, or null. */
-ND_CLI_EXPORT void    *gnl_hash_find(GnlHashTable *t, const void *probe);
+ND_CLI_EXPORT void *gnl_hash_find(GnlHashTable *t, const void *probe);
 /* Iteration: the first entry (null when empty) and the cursor one node ahead, so that the
  * entry just returned may be removed and freed before the next call. */
-ND_CLI_EXPORT void    *gnl_hash_start(GnlHashTable *t, GnlHashNode **cursor);
+ND_CLI_EXPORT void *gnl_hash_start(GnlHashTable *t, GnlHashNode **cursor);
 /* The entry at the cursor and the cursor moved on; null at the end. */
-ND_CLI_EXPORT void    *gnl_hash_next(GnlHashTable *t, GnlHashNode **cursor);
+ND_CLI_EXPORT void *gnl_hash_next(GnlHashTable *t, GnlHashNode **cursor);
 /* The node after `node` in iteration order, or null. */
 ND_CLI_EXPORT GnlHashNode *gnl_hash_next_cursor(GnlHashTable *t, GnlHashNode *node);
 /* Hash values of `length` bytes, or of three or two words, mixed with `initval`. */
@@ -159,12 +159,12 @@ ND_CLI_EXPORT int32_t nd_DbmLibIssuEntryInsert(const void *entry /* 80 bytes */)
 /* Saves the database to flash; `path` is ignored, the other words are passed on. */
 ND_CLI_EXPORT int32_t nd_DbmLibSaveIssu(const char *path, uint32_t a2, uint32_t a3, uint32_t a4);
 /* Closes the store when open and forgets the handle. */
-ND_CLI_EXPORT void    nd_DbmLibIssuClose(void);
+ND_CLI_EXPORT void nd_DbmLibIssuClose(void);
 /* Opens the store, hands every entry to ctx->callback, closes it. -1 for a null ctx too. */
 ND_CLI_EXPORT int32_t nd_DbmLibIssuHandler(NdDbmLibIssuIterCtx *ctx);
 /* The open handle (null: closed), and its setter. */
-ND_CLI_EXPORT void   *nd_DbmLibIssuEcHandleGet(void);
-ND_CLI_EXPORT void    nd_DbmLibIssuEcHandleSet(void *handle);
+ND_CLI_EXPORT void *nd_DbmLibIssuEcHandleGet(void);
+ND_CLI_EXPORT void nd_DbmLibIssuEcHandleSet(void *handle);
 /* The hidden diagnose listing of the store, paged; 7 words select one index. 0, or -1 when
  * the store would not open. */
 ND_CLI_EXPORT int32_t nd_CliDbmDiagnoseShowIssu(int32_t argc, char **argv);

@@ -26,9 +26,9 @@ constexpr uint32_t kCmfNoMore = 13;     // the last response; no item left to de
 
 // ---- command codes the shared enum leaves as a range --------------------------------------------
 
-constexpr uint32_t kCmdVxlanTimeout = ND_CMD_VXLAN_FIRST;     // 19: host timeout
-constexpr uint32_t kCmdVxlanLimit = ND_CMD_VXLAN_FIRST + 1;   // 20: host limit
-constexpr uint32_t kCmdVxlanAdvertise = ND_CMD_VXLAN_FIRST + 2; // 21: local host advertisement
+constexpr uint32_t kCmdVxlanTimeout = ND_CMD_VXLAN_FIRST;         // 19: host timeout
+constexpr uint32_t kCmdVxlanLimit = ND_CMD_VXLAN_FIRST + 1;       // 20: host limit
+constexpr uint32_t kCmdVxlanAdvertise = ND_CMD_VXLAN_FIRST + 2;   // 21: local host advertisement
 constexpr uint32_t kCmdVxlanSuppression = ND_CMD_VXLAN_FIRST + 3; // 22: suppression (and its table)
 constexpr uint32_t kCmdVxlanMissDiscard = ND_CMD_VXLAN_FIRST + 4; // 23: miss discard
 constexpr uint32_t kCmdVxlanUnicast = ND_CMD_VXLAN_FIRST + 5;     // 24: unicast forwarding
@@ -36,18 +36,18 @@ static_assert(kCmdVxlanUnicast == ND_CMD_VXLAN_LAST);
 
 // ---- request item types ------------------------------------------------------------------------
 
-constexpr uint32_t kItemObject = 1;        // interface or port name, super VLAN; injected records
-constexpr uint32_t kItemVlan = 2;          // VLAN; the second value of a diagnose request
+constexpr uint32_t kItemObject = 1; // interface or port name, super VLAN; injected records
+constexpr uint32_t kItemVlan = 2;   // VLAN; the second value of a diagnose request
 constexpr uint32_t kItemPortId = 3;
-constexpr uint32_t kItemAddress = 4;       // 16-byte IPv6 address
+constexpr uint32_t kItemAddress = 4; // 16-byte IPv6 address
 constexpr uint32_t kItemPrefixLength = 5;
-constexpr uint32_t kItemMac = 6;           // 6-byte MAC address
+constexpr uint32_t kItemMac = 6; // 6-byte MAC address
 constexpr uint32_t kItemRetransmit = 7;
 constexpr uint32_t kItemInterval = 8;
-constexpr uint32_t kItemQuery = 9;         // page query; the zero word of a show request
-constexpr uint32_t kItemClear = 10;        // the zero word of a clear request
-constexpr uint32_t kItemMask = 11;         // debug switches
-constexpr uint32_t kItemNoAddress = 12;    // without an address: all of them
+constexpr uint32_t kItemQuery = 9;      // page query; the zero word of a show request
+constexpr uint32_t kItemClear = 10;     // the zero word of a clear request
+constexpr uint32_t kItemMask = 11;      // debug switches
+constexpr uint32_t kItemNoAddress = 12; // without an address: all of them
 constexpr uint32_t kItemDiagnoseKind = 13;
 constexpr uint32_t kItemTimeout = 14;
 constexpr uint32_t kItemVxlanId = 15;
@@ -65,11 +65,11 @@ enum IssuSelector : uint32_t {
 
 // What a diagnose request asks for (item kItemDiagnoseKind).
 enum DiagnoseKind : uint32_t {
-    kDiagnoseGeneral = 0,   // one VXLAN id, the global state, or the interfaces
-    kDiagnoseHosts = 1,     // the local VXLAN hosts
-    kDiagnoseMacs = 2,      // their MAC addresses
+    kDiagnoseGeneral = 0, // one VXLAN id, the global state, or the interfaces
+    kDiagnoseHosts = 1,   // the local VXLAN hosts
+    kDiagnoseMacs = 2,    // their MAC addresses
     kDiagnoseGlobalAcl = 3,
-    kDiagnoseRequests = 4,  // the service's request counts (undo clears them)
+    kDiagnoseRequests = 4, // the service's request counts (undo clears them)
     kDiagnoseInterfaces = 5,
 };
 
@@ -129,9 +129,9 @@ constexpr size_t kVlan = 20;     // u16 VLAN
 constexpr size_t kPort = 22;     // u16 listing: port ID, 0 hides the row; stored: 1 static
 constexpr size_t kPortName = 24; // interface name, NUL-padded
 constexpr size_t kPortNameSize = 40;
-constexpr size_t kMac = 64;      // 6-byte MAC address
-constexpr size_t kType = 70;     // u8 kTypeStatic or kTypeDynamic
-constexpr size_t kPad = 71;      // u8 0
+constexpr size_t kMac = 64;  // 6-byte MAC address
+constexpr size_t kType = 70; // u8 kTypeStatic or kTypeDynamic
+constexpr size_t kPad = 71;  // u8 0
 constexpr size_t kSize = 72;
 constexpr size_t kSortKeySize = 16; // the stored list is unique by address
 constexpr uint8_t kTypeDynamic = 1;
@@ -153,10 +153,10 @@ static_assert(kLength + 4 == kSize);
 // Counters of one member and instance; the snooping and fast-response records differ only in
 // how many counters follow.
 namespace stat {
-constexpr size_t kInstance = 0; // u8
-constexpr size_t kMember = 1;   // u8
-constexpr size_t kReserved = 2; // u16 0
-constexpr size_t kCounters = 4; // u32 counters, one after the other
+constexpr size_t kInstance = 0;    // u8
+constexpr size_t kMember = 1;      // u8
+constexpr size_t kReserved = 2;    // u16 0
+constexpr size_t kCounters = 4;    // u32 counters, one after the other
 constexpr uint32_t kMembers = 8;   // member numbers 0..7
 constexpr uint32_t kInstances = 2; // instance numbers 0..1
 constexpr size_t kSnoopingCounters = 14;
@@ -187,12 +187,12 @@ namespace vxlan {
 constexpr size_t kHostAddress = 0;    // host address as text, NUL-padded
 constexpr size_t kTunnelAddress = 48; // tunnel address as text (suppression), NUL-padded
 constexpr size_t kAddressTextSize = 48;
-constexpr size_t kVxlanId = 96;       // u32
-constexpr size_t kTunnelId = 100;     // u32 (suppression)
-constexpr size_t kPortIndex = 104;    // u32 (local hosts)
-constexpr size_t kReserved = 108;     // 8 bytes 0
-constexpr size_t kMac = 116;          // 6-byte MAC address
-constexpr size_t kPad = 122;          // 2 bytes 0
+constexpr size_t kVxlanId = 96;    // u32
+constexpr size_t kTunnelId = 100;  // u32 (suppression)
+constexpr size_t kPortIndex = 104; // u32 (local hosts)
+constexpr size_t kReserved = 108;  // 8 bytes 0
+constexpr size_t kMac = 116;       // 6-byte MAC address
+constexpr size_t kPad = 122;       // 2 bytes 0
 constexpr size_t kSize = 124;
 // Records of one answer; the client asks for the rest with a follow-up request.
 constexpr size_t kRecordsPerResponse = 64;
@@ -202,29 +202,29 @@ static_assert(kVxlanId == kTunnelAddress + kAddressTextSize && kReserved + 8 == 
 
 // A suppression host as the shell's ND library hands it to the service (test injection).
 namespace suppression {
-constexpr size_t kVxlanId = 0;       // u32
-constexpr size_t kTunnelId = 4;      // u32
-constexpr size_t kAddress = 8;       // 16-byte host address
-constexpr size_t kFamily = 24;       // u8 family of the tunnel address (AF_INET, AF_INET6)
+constexpr size_t kVxlanId = 0;        // u32
+constexpr size_t kTunnelId = 4;       // u32
+constexpr size_t kAddress = 8;        // 16-byte host address
+constexpr size_t kFamily = 24;        // u8 family of the tunnel address (AF_INET, AF_INET6)
 constexpr size_t kTunnelAddress = 28; // 16 bytes, IPv4 in the first four
-constexpr size_t kMac = 44;          // 6-byte MAC address
-constexpr size_t kPad = 50;          // 2 bytes 0
+constexpr size_t kMac = 44;           // 6-byte MAC address
+constexpr size_t kPad = 50;           // 2 bytes 0
 constexpr size_t kSize = 52;
 static_assert(kTunnelAddress + 16 == kMac && kPad + 2 == kSize);
 } // namespace suppression
 
 // A remote neighbour as the shell's ND library hands it to the service (test injection).
 namespace remotenbr {
-constexpr size_t kType = 0;          // u32 entry type
-constexpr size_t kVxlanId = 4;       // u32
-constexpr size_t kIfIndex = 8;       // u32
-constexpr size_t kTunnelId = 12;     // u32
-constexpr size_t kVrfId = 16;        // u32
-constexpr size_t kAddress = 20;      // 16-byte neighbour address
-constexpr size_t kFamily = 36;       // u8 family of the tunnel address
+constexpr size_t kType = 0;           // u32 entry type
+constexpr size_t kVxlanId = 4;        // u32
+constexpr size_t kIfIndex = 8;        // u32
+constexpr size_t kTunnelId = 12;      // u32
+constexpr size_t kVrfId = 16;         // u32
+constexpr size_t kAddress = 20;       // 16-byte neighbour address
+constexpr size_t kFamily = 36;        // u8 family of the tunnel address
 constexpr size_t kTunnelAddress = 40; // 16 bytes, IPv4 in the first four
-constexpr size_t kMac = 56;          // 6-byte MAC address
-constexpr size_t kPad = 62;          // 2 bytes 0
+constexpr size_t kMac = 56;           // 6-byte MAC address
+constexpr size_t kPad = 62;           // 2 bytes 0
 constexpr size_t kSize = 64;
 static_assert(kTunnelAddress + 16 == kMac && kPad + 2 == kSize);
 } // namespace remotenbr
@@ -284,9 +284,9 @@ static_assert(kInterval + 2 == kSize);
 
 // Proxy switches of one interface, keyed kKeyInterfacePrefix + name.
 namespace iface {
-constexpr size_t kName = 0;      // interface name, NUL-padded
+constexpr size_t kName = 0; // interface name, NUL-padded
 constexpr size_t kNameSize = 68;
-constexpr size_t kFlags = 68;    // u32 kFlagProxy | kFlagAnyway
+constexpr size_t kFlags = 68; // u32 kFlagProxy | kFlagAnyway
 constexpr size_t kSize = 72;
 constexpr uint32_t kFlagProxy = 1;
 constexpr uint32_t kFlagAnyway = 2;
@@ -330,14 +330,14 @@ constexpr const char *kIssuSavePath = "/flash";
 
 // One host of the ISSU backup of the VXLAN host table.
 namespace issu {
-constexpr size_t kAddress = 0;  // 16-byte host address
-constexpr size_t kMac = 16;     // 6-byte MAC address
-constexpr size_t kEthMac = 22;  // 6-byte MAC address of the port
-constexpr size_t kPort = 28;    // port name, NUL-padded
+constexpr size_t kAddress = 0; // 16-byte host address
+constexpr size_t kMac = 16;    // 6-byte MAC address
+constexpr size_t kEthMac = 22; // 6-byte MAC address of the port
+constexpr size_t kPort = 28;   // port name, NUL-padded
 constexpr size_t kPortSize = 40;
-constexpr size_t kIndex = 68;   // u32 VXLAN id
-constexpr size_t kSvlan = 72;   // u32
-constexpr size_t kCvlan = 76;   // u32
+constexpr size_t kIndex = 68; // u32 VXLAN id
+constexpr size_t kSvlan = 72; // u32
+constexpr size_t kCvlan = 76; // u32
 constexpr size_t kSize = 80;
 static_assert(kPort + kPortSize == kIndex && kCvlan + 4 == kSize);
 } // namespace issu

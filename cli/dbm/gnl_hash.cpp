@@ -38,6 +38,8 @@ GnlHashNode *firstHeadFrom(const GnlHashTable *t, uint32_t from)
 // lookup2's mixing step of three words.
 constexpr void mix(uint32_t &a, uint32_t &b, uint32_t &c)
 {
+    // Not reformatted: the mixing steps in their rounds of three.
+    // clang-format off
     a -= b; a -= c; a ^= (c >> 13);
     b -= c; b -= a; b ^= (a << 8);
     c -= a; c -= b; c ^= (b >> 13);
@@ -47,6 +49,7 @@ constexpr void mix(uint32_t &a, uint32_t &b, uint32_t &c)
     a -= b; a -= c; a ^= (c >> 3);
     b -= c; b -= a; b ^= (a << 10);
     c -= a; c -= b; c ^= (b >> 15);
+    // clang-format on
 }
 
 // Four bytes as a little-endian word, whatever the host's byte order, so that a byte string

@@ -12,40 +12,39 @@ extern "C" {
 
 /* The one control record of the cache (zero at load). */
 typedef struct NdCliDbmCtl {
-    GNL_SEM      mutex;        /* "gNdCliDbmCtl.mutex" */
-    uint32_t     initialised;  /* 1 after the first successful initialisation */
-    GnlHashTable sessions;     /* NdCliDbmSess, 16 buckets */
+    GNL_SEM mutex;         /* "gNdCliDbmCtl.mutex" */
+    uint32_t initialised;  /* 1 after the first successful initialisation */
+    GnlHashTable sessions; /* NdCliDbmSess, 16 buckets */
 } NdCliDbmCtl;
 
 /* One cached (session id, value type): 48 bytes on the 32-bit target. */
 typedef struct NdCliDbmSess {
-    GnlHashNode  link;
-    uint32_t     sessionId;
-    uint32_t     valueType;
-    GnlHashTable records;      /* NdCliDbmRecord, 512 buckets */
+    GnlHashNode link;
+    uint32_t sessionId;
+    uint32_t valueType;
+    GnlHashTable records; /* NdCliDbmRecord, 512 buckets */
 } NdCliDbmSess;
 
 /* One cached record; key and data bytes follow the header in the same allocation (a 32-byte
  * header on the 32-bit target). */
 typedef struct NdCliDbmRecord {
-    GnlHashNode  link;
-    uint32_t     reserved;     /* always 0 */
-    uint8_t     *key;
-    uint16_t     keyLen;
-    uint8_t     *data;
-    uint32_t     dataLen;
+    GnlHashNode link;
+    uint32_t reserved; /* always 0 */
+    uint8_t *key;
+    uint16_t keyLen;
+    uint8_t *data;
+    uint32_t dataLen;
 } NdCliDbmRecord;
 
 extern NdCliDbmCtl gNdCliDbmCtl;
 
-int32_t  ndCliDbmInit(void);
-int32_t  ndCliDbmSaveToSess(NdCliDbmSess *session);
-int32_t  ndCliDbmSaveToSessCb(DBM_HANDLE h, const void *key, uint16_t keyLen, void *session);
+int32_t ndCliDbmInit(void);
+int32_t ndCliDbmSaveToSess(NdCliDbmSess *session);
+int32_t ndCliDbmSaveToSessCb(DBM_HANDLE h, const void *key, uint16_t keyLen, void *session);
 uint32_t ndCliDbmSessCompute(const void *entry);
-int32_t  ndCliDbmSessCompare(const void *probe, const void *entry);
+int32_t ndCliDbmSessCompare(const void *probe, const void *entry);
 uint32_t ndCliDbmBinaryCompute(const void *entry);
-int32_t  ndCliDbmBinaryCompare(const void *probe, const void *entry);
-
+int32_t ndCliDbmBinaryCompare(const void *probe, const void *entry);
 }
 
 namespace ndcli {

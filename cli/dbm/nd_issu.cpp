@@ -29,7 +29,6 @@ constexpr uint8_t kFamilyIpv6 = 10;
 constexpr size_t kAddressTextSize = 40;
 constexpr size_t kKeySize = 128;
 
-
 DBM_HANDLE gNdDbmLibIssuEcHandle = nullptr;
 
 void addressText(const uint8_t *entry, char (&text)[kAddressTextSize])

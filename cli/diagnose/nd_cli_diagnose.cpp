@@ -13,8 +13,6 @@
 
 namespace {
 
-
-
 constexpr int32_t kDispatchWord = 3;
 
 // "show diagnose nd vxlan <id> issu host": the only form of the ISSU listing with an index.
@@ -26,7 +24,7 @@ constexpr size_t kLineSize = 1024;
 // global form a second value word.
 struct DiagnoseRequest {
     uint32_t defaultKind;
-    const char *qualifier;                  // fifth word that selects qualifiedKind; null: none
+    const char *qualifier; // fifth word that selects qualifiedKind; null: none
     int (*compare)(const char *, const char *);
     uint32_t qualifiedKind;
     bool secondValue;

@@ -6,6 +6,8 @@
 #include "vxlan/nd_cli_vxlan.h"
 
 // Definition strings of the three diagnose commands of the ND table.
+// Not reformatted: laid out as the command tree it defines.
+// clang-format off
 #define ND_CLI_DIAGNOSE_TAIL "{" ND_CLI_SHOW_END "}"
 #define ND_CLI_DIAGNOSE_SHOW_DEF                                                                    \
     "show(EN, 0, '') {diagnose(EN, 0, HIDE, 'Diagnose information') {nd(EN, 0, 'Neighbor discovery') {" \
@@ -27,6 +29,7 @@
     "show(EN, 0, '') {diagnose(EN, 0, HIDE, 'Diagnose information') {nd(EN, 0, 'Neighbor discovery') {" \
     "vxlan(EN, 0, 'Vxlan'){_0_2147483_(EN, 0, 'VxlanId'){" ND_CLI_DIAGNOSE_ISSU_BRANCH "},"           \
     ND_CLI_DIAGNOSE_ISSU_BRANCH "}}}}"
+// clang-format on
 
 extern "C" {
 
@@ -38,7 +41,6 @@ int32_t ndCliDiagnoseShowStat(int32_t argc, char **argv);
 int32_t ndCliDiagnoseClearStat(int32_t argc, char **argv);
 int32_t ndCliDiagnoseShowIf(int32_t argc, char **argv);
 int32_t ndCliDiagnoseDump(void);
-
 }
 
 #endif

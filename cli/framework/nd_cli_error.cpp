@@ -5,6 +5,8 @@
 
 #include "nd_cli_internal.h"
 
+// Not reformatted: eight codes a row, numbered.
+// clang-format off
 extern "C" const char *const gNdErrorStr[ND_ERR_COUNT] = {
     /*  0 */ "",
     /*  1 */ nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
@@ -43,6 +45,7 @@ extern "C" const char *const gNdErrorStr[ND_ERR_COUNT] = {
     /* 48 */ "% Conflict, 'nd proxy anyway enable' is set!",
     /* 49 */ "% Conflict, 'nd suppression' is set!",
 };
+// clang-format on
 
 extern "C" void nd_CliPrintErrorToVty(uint32_t code)
 {

@@ -20,5 +20,4 @@ void gnl_list_del(GnlListHead *item)
     item->next = reinterpret_cast<GnlListHead *>(kGnlListPoisonNext);
     item->prev = reinterpret_cast<GnlListHead *>(kGnlListPoisonPrev);
 }
-
 }

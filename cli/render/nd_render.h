@@ -33,7 +33,6 @@ NdCliSnpStatNode *ndCliSnpStatNodeFind(uint32_t member, uint32_t instance, GnlLi
 // Unlinks and frees every node; the head itself is left with its old links.
 void ndCliClearFwdStatList(GnlListHead *head);
 void ndCliClearSnpStatList(GnlListHead *head);
-
 }
 
 #endif

@@ -17,7 +17,7 @@ struct StatLine {
 template <size_t N> struct StatLayout {
     const char *memberHeading; // chassis of several members
     const char *plainHeading;
-    StatLine lines[N];         // in printing order
+    StatLine lines[N];           // in printing order
     const char *allocFailFormat; // printed when a node cannot be allocated; null: nothing
 };
 
@@ -191,5 +191,4 @@ void ndCliClearSnpStatList(GnlListHead *head)
 {
     clearList<ndwire::stat::kSnoopingSize>(head);
 }
-
 }

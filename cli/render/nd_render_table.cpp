@@ -128,5 +128,4 @@ void ndCliShowProxyAddr(const void *payload, uint32_t length)
         cursor += ndwire::proxy::kSize;
     }
 }
-
 }

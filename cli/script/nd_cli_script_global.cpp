@@ -9,8 +9,8 @@
 #include "script/nd_cli_script_internal.h"
 #include "framework/nd_cli_record.h"
 
-using ndcli::u32At;
 using ndcli::u16At;
+using ndcli::u32At;
 
 namespace {
 
@@ -34,11 +34,14 @@ struct ScriptEntry {
 };
 
 constexpr ScriptEntry kEnableScript[] = {{ndwire::kTypeSnooping, ndGlobalSnpEnCfgScript}};
+// Not reformatted: two entries a row, in printing order.
+// clang-format off
 constexpr ScriptEntry kGlobalScript[] = {
     {ndwire::kTypeFastResponse, ndGlobalCfgScript},       {ndwire::kTypeLoose, ndGlobalSnpLsCfgScript},
     {ndwire::kTypeUserBindList, ndGlobalUbCfgScript},         {ndwire::kTypeDetect, ndGlobalSnpDtctCfgScript},
     {ndwire::kTypeAttackLog, ndGlobalSnpAttaLogCfgScript},
 };
+// clang-format on
 
 // Steps shared by every global callback: argument check, an existing record, the skip flag.
 // Returns the context when the record is to be read, else null with `result` set.

@@ -10,8 +10,8 @@
 #include "script/nd_cli_script_internal.h"
 #include "framework/nd_cli_record.h"
 
-using ndcli::u32At;
 using ndcli::u16At;
+using ndcli::u32At;
 
 namespace {
 

@@ -65,7 +65,6 @@ struct NdCliIssuFilter {
 int32_t ndCliVxlanHostIssu(int32_t argc, char **argv);
 int32_t ndDbmLibIssuIterateKeyCb(DBM_HANDLE handle, const void *key, uint16_t keyLen, void *context);
 int32_t ndCliDbmShowIssuCb(const void *entry, void *filter); // filter: NdCliIssuFilter
-
 }
 
 // The 28 registrations of the VXLAN command table, in order.

@@ -8,7 +8,6 @@
 
 namespace {
 
-
 // What a configuration command sends besides the VXLAN id: nothing, or one value word read
 // after "timeout" / "limited", whose absence on the negated form means the default.
 struct VxlanCfgCommand {
@@ -76,6 +75,8 @@ ND_CLI_BOUND_HANDLER(ndCliVxlanSuppressionUnicastFwdSet, runCfgCommand, kUnicast
 // Every configuration command is registered four times: visible with "ipv6", its negation,
 // and a hidden twin without "ipv6" with its negation. The first string's extra closing brace
 // is part of the registered text.
+// Not reformatted: one row per command, its definition laid out as the tree it defines.
+// clang-format off
 constexpr NdCliVxlanCmdRow kNdCliVxlanCmdTable[kNdCliVxlanCmdCount] = {
     {ndCliVxlanTimeoutSet,
      "ipv6(VXLAN, 0, '') {nd(VXLAN, 0, 'Configure ND parameters') {host(VXLAN, 0, 'Configure ND host'){timeout(VXLAN, 0, 'Set ND cache timeout'){_30_2147483_(VXLAN, 0, 'Seconds(default:300)')}}}}}"},
@@ -140,6 +141,7 @@ constexpr NdCliVxlanCmdRow kNdCliVxlanCmdTable[kNdCliVxlanCmdCount] = {
     {ndCliVxlanHostIssu,
      "ipv6(EN, 0, '') {nd(EN, 0, 'Command nd') {host(EN, 0, 'Nd vxlan local host') {issu(EN, 0, 'Nd vxlan local host issu') {backup(EN, 0, 'Backup nd vxlan local host by issu') {_CR_(EN, 0, '')},recover(EN, 0, 'Recover nd vxlan local host by issu') {_CR_(EN, 0, '')}}}}}"},
 };
+// clang-format on
 
 extern "C" void nd_CliVxlanCmdRegister(void)
 {

@@ -14,11 +14,11 @@ constexpr uint32_t kJobPriority = 1;
 struct TestRecordLayout {
     uint32_t size;
     int32_t offVxlanId, offType, offIfIndex, offTunnelId, offVrfId; // -1: not in this record
-    uint32_t offAddress;   // host or ND address
+    uint32_t offAddress;                                            // host or ND address
     uint32_t offFamily;
     uint32_t offTunnelAddress;
     uint32_t offMac;
-    uint32_t words;        // parameters after the keywords, the count included
+    uint32_t words; // parameters after the keywords, the count included
 };
 
 // Suppression host: vxlanId tunId hostIp tunIp MAC nums.
@@ -150,11 +150,14 @@ int32_t ndCliVxlanNbrEntryTest(int32_t argc, char **argv)
 
 } // extern "C"
 
+// Not reformatted: laid out as the command tree it defines.
+// clang-format off
 #define ND_CLI_VXLAN_NBR_ENTRY_TEST                                                                   \
     "nd(EN, 0, ''){mpos(EN, 0, HIDE, ''){nbrentry(EN, 0, HIDE, ''){_0_1_(EN, 0, '0:remote-nbr, 1:remote-vtep'){" \
     "_STRING_(EN, 0, 'vxlanId'){_STRING_(EN, 0, 'ifIndex'){_0_65535_(EN, 0, 'tunId'){_0_4095_(EN, 0, 'vrfId'){" \
     "_IPV6ADDR_(EN, 0, 'ndIp'){_ipAddress_(EN, 0, 'tunIp'){_MACAddress_(EN, 0, 'macAddr'){_1_1000000_(EN, 0, "  \
     "'nums')}},_IPV6ADDR_(EN, 0, 'tunIp'){_MACAddress_(EN, 0, 'macAddr'){_1_1000000_(EN, 0, 'nums')}}}}}}}}}}}"
+// clang-format on
 
 constexpr NdCliVxlanCmdRow kNdCliVxlanTestCmdTable[kNdCliVxlanTestCmdCount] = {
     {ndCliVxlanSuppressTest,

@@ -15,7 +15,6 @@ using ndcli::u16At;
 
 namespace {
 
-
 // Width of the INTERFACE and SVLAN/CVLAN cells of the host table.
 constexpr size_t kColumnSize = 50;
 

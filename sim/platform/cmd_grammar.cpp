@@ -37,9 +37,11 @@ namespace {
 
 using cmdtree::is_blank;
 
+// clang-format off
 constexpr std::array<const char *, kCliModeCount> kModeNames = {
     "CONF", "EN", "IF", "PORTIF", "MIF", "VLAN", "SUPERVLAN", "PORT", "LINK_AGGREGATION", "VXLAN", "STD",
 };
+// clang-format on
 
 struct NamedToken {
     const char *word;

@@ -52,10 +52,10 @@ namespace ndplat {
 
 // ---- modes ------------------------------------------------------------------------------------
 enum class CliMode : uint8_t {
-    CONF,             // global configuration
-    EN,               // privileged (enable)
-    IF,               // interface
-    PORTIF,           // port interface
+    CONF,   // global configuration
+    EN,     // privileged (enable)
+    IF,     // interface
+    PORTIF, // port interface
     MIF,
     VLAN,
     SUPERVLAN,
@@ -68,7 +68,7 @@ constexpr size_t kCliModeCount = 11;
 using CliModeMask = uint16_t;
 constexpr CliModeMask cli_mode_bit(CliMode m) { return static_cast<CliModeMask>(1u << static_cast<unsigned>(m)); }
 
-const char *cli_mode_name(CliMode mode);                       // "CONF", "EN", ...
+const char *cli_mode_name(CliMode mode);                          // "CONF", "EN", ...
 std::optional<CliMode> cli_mode_from_name(std::string_view name); // exact, as written in definitions
 
 // ---- definition strings -------------------------------------------------------------------------
@@ -94,9 +94,9 @@ struct DefNode {
     int64_t low = 0, high = 0; // the bounds of a Range
     CliModeMask modes = 0;
     uint32_t flags = 0;
-    bool hidden = false;       // HIDE written on this node
-    std::string help;          // without the quotes
-    size_t position = 0;       // offset of the word in the definition string
+    bool hidden = false; // HIDE written on this node
+    std::string help;    // without the quotes
+    size_t position = 0; // offset of the word in the definition string
     std::vector<DefNode> children;
 };
 
@@ -149,10 +149,10 @@ struct Candidate {
 // registration order, then "<cr>". Hidden nodes are never offered.
 struct Completion {
     MatchStatus status = MatchStatus::Ok; // Unknown / Ambiguous: the words before the last do not match
-    size_t wordIndex = 0;                  // error: index of the offending word
-    size_t column = 0;                     // error: byte offset of the offending word
-    std::string prefix;                    // the partial last word ("" after a blank)
-    size_t prefixColumn = 0;               // byte offset where the partial word starts
+    size_t wordIndex = 0;                 // error: index of the offending word
+    size_t column = 0;                    // error: byte offset of the offending word
+    std::string prefix;                   // the partial last word ("" after a blank)
+    size_t prefixColumn = 0;              // byte offset where the partial word starts
     std::vector<Candidate> candidates;
     std::string common; // longest common extension of the keyword candidates (for TAB), full word
 };
@@ -168,7 +168,7 @@ public:
     // Parses and merges one registration. On a malformed definition nothing is merged and the
     // parse result (with the error position) is returned.
     DefParseResult add(std::string_view definition, SHELL_CMD_FN fn);
-    void clear(); // forgets every registration
+    void clear();                 // forgets every registration
     size_t registrations() const; // merged so far
 
     // The handler and words of a typed line in a mode, or why it matches none.
@@ -191,10 +191,10 @@ struct DefinitionError {
     size_t position = 0;
     std::string error;
 };
-std::vector<DefinitionError> definition_errors(); // copies, in registration order
-MatchResult match_line(CliMode mode, std::string_view line);           // match() of the platform's tree
+std::vector<DefinitionError> definition_errors();                     // copies, in registration order
+MatchResult match_line(CliMode mode, std::string_view line);          // match() of the platform's tree
 Completion complete_line(CliMode mode, std::string_view partialLine); // complete() of the platform's tree
-size_t registered_commands(); // registrations merged into the platform's tree
+size_t registered_commands();                                         // registrations merged into the platform's tree
 
 } // namespace ndplat
 

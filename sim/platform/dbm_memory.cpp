@@ -38,7 +38,7 @@ using Database = std::map<Bytes, Record>;
 struct MemoryState {
     std::mutex mutex;
     std::map<std::string, Database> databases;
-    std::map<std::string, uint64_t> versions; // database -> commits so far
+    std::map<std::string, uint64_t> versions;                     // database -> commits so far
     std::map<std::string, std::map<std::string, Database>> saved; // directory -> name -> copy
 };
 

@@ -169,7 +169,11 @@ public:
         return false;
     }
 
-    enum class Check { Intact, Damaged, Unknown };
+    enum class Check {
+        Intact,
+        Damaged,
+        Unknown,
+    };
 
     // SQLite's quick check of every page of the database. Damaged (and reported) when it finds a
     // fault or cannot read the file as a database; Unknown when another connection kept it

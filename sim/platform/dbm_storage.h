@@ -65,7 +65,7 @@ public:
     virtual bool check(const std::string &db) = 0;
 };
 
-Storage &memoryStorage();  // the process-wide in-memory storage
+Storage &memoryStorage(); // the process-wide in-memory storage
 Storage *sqliteStorage(); // null where SQLite is not built in
 
 // Checks a relative directory given to DBM_Save ("/flash" -> "flash"); false when it leaves

@@ -17,9 +17,12 @@ constexpr uint32_t kDebugShow = 3;
 
 ndplat::NdModulesState initialState()
 {
-    return ndplat::NdModulesState{false, 128, 0,
-                                  {{"nd-snooping", 64, 0, false}, {"nd-vxlan", 48, 1, false}, {"nd-mlag", 16, 0, false}},
-                                  false, "", 0};
+    std::vector<ndplat::NdPsSubscriber> subscribers = {
+        {"nd-snooping", 64, 0, false},
+        {"nd-vxlan", 48, 1, false},
+        {"nd-mlag", 16, 0, false},
+    };
+    return ndplat::NdModulesState{false, 128, 0, subscribers, false, "", 0};
 }
 
 struct ModulesState {

@@ -91,7 +91,7 @@ struct LogRecord {
     std::string text;
 };
 std::vector<LogRecord> log_records(); // copies of the records sent since the last reset
-void log_echo(FILE *stream); // also print each record as it is sent; null: off
+void log_echo(FILE *stream);          // also print each record as it is sent; null: off
 
 // ---- message framework ---------------------------------------------------------------------
 struct CmfItem {
@@ -100,15 +100,15 @@ struct CmfItem {
     std::vector<uint8_t> bytes; // a copy of the value; empty for a null value
 
     static CmfItem of(uint32_t type, const void *value, uint32_t length); // copies the value
-    static CmfItem u32(uint32_t type, uint32_t value); // 4 bytes in host order
-    uint32_t as_u32() const;                           // first 4 bytes in host order
+    static CmfItem u32(uint32_t type, uint32_t value);                    // 4 bytes in host order
+    uint32_t as_u32() const;                                              // first 4 bytes in host order
 };
 
 // One request as the service receives it: the header of the object given to
 // CMF_ClientContextObjSet, read when the request is sent, and the items encoded since the
 // last send.
 struct CmfRequest {
-    std::string service;        // of the context
+    std::string service; // of the context
     uint32_t contextType = 0, contextInstance = 0, timeout = 0;
     bool hasObject = false;
     uint32_t cmdCode = 0, optKind = 0, reserved = 0, serviceType = 0, serviceInstance = 0;
@@ -143,9 +143,9 @@ void cmf_transport_set(CmfTransport *transport); // null: in process
 
 using CmfResponder = std::function<CmfResponse(const CmfRequest &)>;
 void cmf_responder_set(CmfResponder responder); // answers what no script answers; empty: none
-void cmf_script(const CmfResponse &response); // answers the next request not yet answered
-std::vector<CmfRequest> cmf_requests();       // every request sent, in order
-long cmf_open_contexts();                     // opened and not yet closed
+void cmf_script(const CmfResponse &response);   // answers the next request not yet answered
+std::vector<CmfRequest> cmf_requests();         // every request sent, in order
+long cmf_open_contexts();                       // opened and not yet closed
 // Responses that never came from the service (unreachable, connection closed, timeout,
 // malformed answer) or that it answered "busy" (17), counted since the process started.
 unsigned long service_failures();
@@ -176,8 +176,8 @@ struct ShellHooks {
     int32_t (*consoleRsp)(const char *question);
 };
 void shell_hooks_set(const ShellHooks *hooks); // kept, not copied; null: the scripted behaviour
-void pager_quit_after(int32_t breakCalls); // the Nth SHELL_MoreBreakOutput and later say quit; <0 never
-void console_answer(int32_t answer);       // queued answer of the next GetConsoleRsp
+void pager_quit_after(int32_t breakCalls);     // the Nth SHELL_MoreBreakOutput and later say quit; <0 never
+void console_answer(int32_t answer);           // queued answer of the next GetConsoleRsp
 
 // ---- chassis --------------------------------------------------------------------------------
 void chassis_mode_set(uint32_t mode); // DMM_GetChsMode; 2 is the FNS mode

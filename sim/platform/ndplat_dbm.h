@@ -103,7 +103,10 @@ namespace dbm {
 class Connection;
 }
 
-enum class DbmStorage { Memory, Sqlite };
+enum class DbmStorage {
+    Memory,
+    Sqlite,
+};
 
 bool dbm_storage_available(DbmStorage storage); // false: not built in
 // Selects the storage of the databases opened from now on; false when it is not built in.

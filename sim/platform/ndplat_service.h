@@ -43,12 +43,12 @@ FileIdentity file_identity_at(const std::string &path); // the path itself, not 
 // ---- framework statuses of the socket transport ---------------------------------------------
 // CMF_ClientRequestSend / CMF_ClientResponseRecv return these for failures of the transport
 // itself; they are all below 16, so the plug-in reads them as framework failures.
-constexpr uint32_t kCmfStatusFailure = 1;      // misuse: receive without a request sent
-constexpr uint32_t kCmfStatusUnreachable = 2;  // no service listens on the socket
-constexpr uint32_t kCmfStatusBroken = 3;       // the service closed the connection
-constexpr uint32_t kCmfStatusTimeout = 4;      // no (complete) answer within the timeout
-constexpr uint32_t kCmfStatusMalformed = 7;    // the answer could not be decoded
-constexpr uint32_t kCmfStatusRefused = 8;      // the service refused the connection
+constexpr uint32_t kCmfStatusFailure = 1;     // misuse: receive without a request sent
+constexpr uint32_t kCmfStatusUnreachable = 2; // no service listens on the socket
+constexpr uint32_t kCmfStatusBroken = 3;      // the service closed the connection
+constexpr uint32_t kCmfStatusTimeout = 4;     // no (complete) answer within the timeout
+constexpr uint32_t kCmfStatusMalformed = 7;   // the answer could not be decoded
+constexpr uint32_t kCmfStatusRefused = 8;     // the service refused the connection
 
 constexpr uint32_t kWireRequestMagic = 0x4E445251u;  // "NDRQ"
 constexpr uint32_t kWireResponseMagic = 0x4E445253u; // "NDRS"
@@ -84,12 +84,19 @@ bool wire_is_refusal(const CmfResponse &response, std::string *reason = nullptr)
 // Blocking frame I/O on a stream socket, bounded by a deadline in milliseconds (<0: none).
 // A body is read as it arrives: memory grows with the bytes received, never with the length
 // the peer declared. `nomemory`: the body could not be held.
-enum class FrameResult { ok, closed, timeout, error, oversize, nomemory };
+enum class FrameResult {
+    ok,
+    closed,
+    timeout,
+    error,
+    oversize,
+    nomemory,
+};
 FrameResult frame_write(int fd, const std::vector<uint8_t> &body, int timeoutMs);
 FrameResult frame_read(int fd, std::vector<uint8_t> &body, int timeoutMs);
 
 // ---- places --------------------------------------------------------------------------------
-std::string state_dir();                                   // $NDSIM_STATE, else ./ndsim-state
+std::string state_dir();                                      // $NDSIM_STATE, else ./ndsim-state
 std::string service_socket_path(const std::string &stateDir); // the service's socket in stateDir
 std::string service_pid_path(const std::string &stateDir);    // the file holding its pid
 // Held (flock) by the one ndsvc of a state directory for as long as it runs; holds its pid.
@@ -187,7 +194,7 @@ public:
     void stop(); // asks serve() to return; safe from another thread
     // Removes the socket file, when it is still the one that listen() made.
     void unlink_socket();
-    const std::string &path() const { return path_; }                    // the socket listened on
+    const std::string &path() const { return path_; }                     // the socket listened on
     long active_connections() const { return activeConnections_.load(); } // being served now
 
 private:

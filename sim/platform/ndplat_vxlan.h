@@ -28,7 +28,8 @@ namespace ndplat {
 // process. A port is configured by the operator (the shell's `vxlan-port`) or comes from the
 // service's seed file; a configured port hides a seed port of the same index.
 constexpr const char *kVxportDb = "ndplat_vxports";
-enum class VxportOrigin : uint32_t { Configured = 1, Seed = 2 };
+enum class VxportOrigin : uint32_t { Configured = 1,
+                                     Seed = 2 };
 struct Vxport {
     uint16_t kind = ND_VXPORT_KIND_ATTACHED;
     int32_t portId = 0;
@@ -101,7 +102,7 @@ using SuppressionRecord = std::array<uint8_t, 52>;
 using RemoteNbrRecord = std::array<uint8_t, 64>;
 std::vector<SuppressionRecord> nd_suppression_hosts(); // in key order
 std::vector<RemoteNbrRecord> nd_remote_nbrs();         // in key order
-size_t nd_suppression_host_count(); // entries now held
+size_t nd_suppression_host_count();                    // entries now held
 size_t nd_remote_nbr_count();
 void nd_vxlan_tables_clear(); // empties both tables
 

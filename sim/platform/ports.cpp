@@ -22,7 +22,7 @@ constexpr const char *kAggregationShort = "ag";
 
 struct PortState {
     std::mutex mutex;
-    std::vector<ndplat::PortInfo> ports; // index = ID - 1
+    std::vector<ndplat::PortInfo> ports;    // index = ID - 1
     std::map<int32_t, std::string> refused; // port ID -> reason
 };
 
@@ -104,7 +104,12 @@ bool equalsNoCase(const std::string &a, const char *b)
 
 // "gi", "giga", ... "gigabitethernet" and "ge" name Ethernet ports; "li" ... "link-aggregation"
 // and "ag" aggregations.
-enum class Kind { None, Ethernet, Aggregation, Bad };
+enum class Kind {
+    None,
+    Ethernet,
+    Aggregation,
+    Bad,
+};
 
 Kind kindOf(const std::string &letters)
 {

@@ -354,7 +354,8 @@ extern "C" int32_t IPAM_Struct2String(const void *address, char *text)
         return kFailure;
     constexpr size_t kTextSize = 40;
     const uint8_t *a = static_cast<const uint8_t *>(address);
-    int family = a[0] == 10 ? AF_INET6 : a[0] == 2 ? AF_INET : -1;
+    int family = a[0] == 10 ? AF_INET6 : a[0] == 2 ? AF_INET
+                                                   : -1;
     if (family < 0 || !inet_ntop(family, a + 4, text, kTextSize)) {
         text[0] = '\0';
         return kFailure;

@@ -19,12 +19,12 @@ namespace ndplat {
 namespace {
 
 // The stored record.
-constexpr size_t kRecIndex = 0;   // u32 port index
-constexpr size_t kRecVxlan = 4;   // u32 VXLAN id
-constexpr size_t kRecPortId = 8;  // i32 interface port id
-constexpr size_t kRecKind = 12;   // u16
-constexpr size_t kRecSvlan = 14;  // u16
-constexpr size_t kRecCvlan = 16;  // u16
+constexpr size_t kRecIndex = 0;    // u32 port index
+constexpr size_t kRecVxlan = 4;    // u32 VXLAN id
+constexpr size_t kRecPortId = 8;   // i32 interface port id
+constexpr size_t kRecKind = 12;    // u16
+constexpr size_t kRecSvlan = 14;   // u16
+constexpr size_t kRecCvlan = 16;   // u16
 constexpr size_t kRecordSize = 20; // 2 bytes reserved at the end
 
 constexpr VxportOrigin kOrigins[] = {VxportOrigin::Configured, VxportOrigin::Seed};

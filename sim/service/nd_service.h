@@ -183,8 +183,8 @@ private:
     std::string diagnose_requests();
     std::string diagnose_interfaces(EcStore &ec);
 
-    std::mutex stateMutex_;   // the in-memory state
-    std::mutex configMutex_;  // one configuration request at a time
+    std::mutex stateMutex_;  // the in-memory state
+    std::mutex configMutex_; // one configuration request at a time
     std::string pluginPath_;
     void *plugin_ = nullptr;
     uint32_t configDelayMs_ = 0;

@@ -86,7 +86,7 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
     switch (kind) {
     case ndwire::kDiagnoseGeneral:
         // A VXLAN id names that id; 0 every instance; no value the interfaces.
-        text = !hasValue ? diagnose_interfaces(ec)
+        text = !hasValue              ? diagnose_interfaces(ec)
                : value != kEveryVxlan ? diagnose_vxlan(ec, value)
                                       : diagnose_every_vxlan(ec);
         break;

@@ -13,7 +13,6 @@
 
 namespace ndsvc {
 
-
 bool NdService::seed_file(const std::string &path, std::string *why)
 {
     std::ifstream in(path);
@@ -210,7 +209,7 @@ bool read_counters(SeedReader &in, const json &doc, const char *name, size_t val
 // Both VXLAN tables: `fill` reads what is particular to one table into its host record.
 template <typename Host, typename Fill>
 bool read_vxlan_table(SeedReader &in, const json &doc, const char *name, size_t held, std::map<VxlanKey, Host> &out,
-                    Fill fill)
+                      Fill fill)
 {
     size_t made = 0;
     return in.list(doc, name, [&](const json &e, const std::string &path) {

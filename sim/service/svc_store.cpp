@@ -59,12 +59,13 @@ bool EcStore::remove(const std::string &key)
 std::vector<std::string> EcStore::keys(uint32_t type)
 {
     std::vector<std::string> out;
-    DBM_Proc(h_, type,
-             [](DBM_HANDLE, const void *key, uint16_t keyLen, void *arg) -> int32_t {
-                 static_cast<std::vector<std::string> *>(arg)->emplace_back(static_cast<const char *>(key), keyLen);
-                 return 0;
-             },
-             &out);
+    DBM_Proc(
+        h_, type,
+        [](DBM_HANDLE, const void *key, uint16_t keyLen, void *arg) -> int32_t {
+            static_cast<std::vector<std::string> *>(arg)->emplace_back(static_cast<const char *>(key), keyLen);
+            return 0;
+        },
+        &out);
     return out;
 }
 

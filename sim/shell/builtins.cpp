@@ -641,7 +641,8 @@ std::vector<Builtin> privileged_builtins()
         {cmd_write, "copy(EN,0,'Copy a configuration'){running-config(EN,0,'The running configuration'){"
                     "startup-config(EN,0,'Save it as the startup configuration')}}"},
         {cmd_show_version, "show(EN,0,'Show running system information'){version(EN,0,'The switch, its ND plug-in "
-                           "and uptime'){" + modifiers() + "}}"},
+                           "and uptime'){" +
+                               modifiers() + "}}"},
         {cmd_show_history, "show(EN,0,'Show running system information'){history(EN,0,'The commands typed so far'){" +
                                modifiers() + "}}"},
         {cmd_help, "help(EN|" + all + ",0,'Description of the interactive help system')"},

@@ -208,7 +208,7 @@ int bench(const ndsh::Session &session)
         return c;
     };
     std::function<void(ndplat::CliMode, const std::string &, int)> walk = [&](ndplat::CliMode mode,
-                                                                             const std::string &line, int depth) {
+                                                                              const std::string &line, int depth) {
         if (lines >= kMaxLines || depth > kMaxDepth)
             return;
         ndplat::Completion c = timed(mode, line);

@@ -173,7 +173,6 @@ bool parse_modifier(const std::vector<std::string> &argv, Modifier &modifier, st
     return true;
 }
 
-
 // ---- guards ----
 
 void PatternDeleter::operator()(re2::RE2 *re) const

@@ -36,18 +36,27 @@ struct Options {
     std::string file;                  // -f
     std::string stateDir;              // --state, else $NDSIM_STATE, else ./ndsim-state
     bool trace = false;
-    std::vector<std::string> faults;   // --fault FUNC=VALUE[xN]
-    bool answerYes = true;             // --yes / --no: console answers without an operator
-    bool echo = false;                 // --echo: print prompt and line before each command
-    bool service = true;               // --no-service: answer requests in process
-    bool startupConfig = true;         // --no-startup-config
+    std::vector<std::string> faults; // --fault FUNC=VALUE[xN]
+    bool answerYes = true;           // --yes / --no: console answers without an operator
+    bool echo = false;               // --echo: print prompt and line before each command
+    bool service = true;             // --no-service: answer requests in process
+    bool startupConfig = true;       // --no-startup-config
     bool benchStartup = false;
 };
 
 // ---- output path ---------------------------------------------------------------------------------
 // The output modifier at the end of a command ("| include x" and the others).
 struct Modifier {
-    enum class Kind { None, Begin, Include, IncludeContext, Exclude, Section, Count, Redirect };
+    enum class Kind {
+        None,
+        Begin,
+        Include,
+        IncludeContext,
+        Exclude,
+        Section,
+        Count,
+        Redirect,
+    };
     Kind kind = Kind::None;
     std::string pattern; // regular expression, or the file of a redirect
 };
@@ -60,9 +69,9 @@ std::string join_words(const std::vector<std::string> &words, size_t from);
 
 // Limits of a modifier's regular expression. Matching takes time linear in the line whatever
 // the pattern; these bound the work and memory of compiling it.
-constexpr size_t kMaxPatternLength = 1024;     // characters
-constexpr int kMaxPatternDepth = 64;           // nested parentheses
-constexpr int64_t kPatternMaxMem = 2 << 20;    // compiled program and matching cache, bytes
+constexpr size_t kMaxPatternLength = 1024;  // characters
+constexpr int kMaxPatternDepth = 64;        // nested parentheses
+constexpr int64_t kPatternMaxMem = 2 << 20; // compiled program and matching cache, bytes
 
 // A compiled pattern of a modifier.
 struct PatternDeleter {
@@ -158,7 +167,7 @@ private:
     bool unattended_ = false;
     char last_ = '\n';
     std::atomic<int> length_{-1}; // set by a handler while the drain thread pages
-    UniqueFd termFd_; // the terminal (standard output as the shell started)
+    UniqueFd termFd_;             // the terminal (standard output as the shell started)
     bool capturing_ = false;
     int nested_ = 0;
     bool quit_ = false;
@@ -167,13 +176,13 @@ private:
     Modifier modifier_;
     Pattern pattern_;
     bool begun_ = false;
-    std::string pending_; // drained from the pipe, not yet handed on
-    std::string partial_; // the start of a line not yet complete
+    std::string pending_;             // drained from the pipe, not yet handed on
+    std::string partial_;             // the start of a line not yet complete
     std::vector<std::string> before_; // include context: the lines before a match
     int afterLeft_ = 0;
-    long lineNo_ = 0;    // include context: lines seen so far
-    long lastShown_ = 0; // and the number of the last one shown (0: none yet)
-    long counted_ = 0;   // count: the lines counted so far
+    long lineNo_ = 0;     // include context: lines seen so far
+    long lastShown_ = 0;  // and the number of the last one shown (0: none yet)
+    long counted_ = 0;    // count: the lines counted so far
     std::string section_; // section: the section read so far
     bool sectionMatch_ = false;
     void flush_section();
@@ -250,14 +259,25 @@ public:
 
 // The mode the operator is in and the object it configures.
 struct Context {
-    enum class Kind { None, VlanIf, Loopback, Mgmt, Port, Aggregation, Vlan, SuperVlan, Vxlan };
+    enum class Kind {
+        None,
+        VlanIf,
+        Loopback,
+        Mgmt,
+        Port,
+        Aggregation,
+        Vlan,
+        SuperVlan,
+        Vxlan,
+    };
     CliMode mode = CliMode::EN;
     Kind kind = Kind::None;
-    int32_t number = 0;  // VLAN, super VLAN, VXLAN, interface or aggregation number
-    int32_t portId = 0;  // port or aggregation
-    std::string ifName;  // the interface name handlers read with SHELL_GetEnv(1)
-    std::string tag;     // inside the prompt's parentheses
-    std::pair<Inventory::Kind, int32_t> stored{Inventory::Kind::Vlan, 0}; // what the inventory keeps of it
+    int32_t number = 0; // VLAN, super VLAN, VXLAN, interface or aggregation number
+    int32_t portId = 0; // port or aggregation
+    std::string ifName; // the interface name handlers read with SHELL_GetEnv(1)
+    std::string tag;    // inside the prompt's parentheses
+    // What the inventory keeps of it.
+    std::pair<Inventory::Kind, int32_t> stored{Inventory::Kind::Vlan, 0};
 };
 
 class Session {
