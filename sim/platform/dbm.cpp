@@ -112,6 +112,7 @@ void resetDbm()
     for (Iterator *it : iterators)
         delete it;
     ndplat::dbm::memoryStorage().clear();
+    ndplat::dbm_close_idle();
 }
 
 const bool registered = (ndplat::on_reset(resetDbm), true);
@@ -281,6 +282,12 @@ void dbm_damage_forget(const std::string &db)
 bool dbm_check(const std::string &db)
 {
     return !dbm::validName(db) || currentStorage().check(db);
+}
+
+void dbm_close_idle()
+{
+    if (dbm::Storage *sqlite = dbm::sqliteStorage())
+        sqlite->clear();
 }
 
 std::unique_ptr<dbm::Connection> dbm_open_store(const std::string &db, std::string *why)

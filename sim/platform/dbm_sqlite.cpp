@@ -24,15 +24,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "dbm_sqlite_util.h"
 #include "dbm_storage.h"
 #include "ndplat_dbm.h"
 #include "private_files.h"
 
 namespace ndplat::dbm {
 namespace {
-
-constexpr int kBusyTimeoutMs = 10000;
-constexpr int kSetupAttempts = 200;
 
 enum Statement {
     kKeysOfType,
@@ -75,57 +73,6 @@ constexpr const char *kSchema =
     "CREATE TABLE IF NOT EXISTS list_entries(list_key BLOB NOT NULL, sort_key BLOB NOT NULL,"
     " entry BLOB NOT NULL, PRIMARY KEY(list_key, sort_key)) WITHOUT ROWID;";
 
-const char kEmpty[1] = {0};
-
-std::string dbPath(const std::string &dir, const std::string &db)
-{
-    return dir + "/" + db + ".db";
-}
-
-// Runs a statement text, retrying while another connection holds the lock it needs.
-bool execRetry(sqlite3 *db, const char *sql)
-{
-    for (int attempt = 0; attempt < kSetupAttempts; ++attempt) {
-        int rc = sqlite3_exec(db, sql, nullptr, nullptr, nullptr);
-        if (rc == SQLITE_OK)
-            return true;
-        if (rc != SQLITE_BUSY && rc != SQLITE_LOCKED)
-            return false;
-        usleep(10000);
-    }
-    return false;
-}
-
-void bindBytes(sqlite3_stmt *s, int index, const void *bytes, size_t length)
-{
-    sqlite3_bind_blob(s, index, length ? bytes : kEmpty, static_cast<int>(length), SQLITE_TRANSIENT);
-}
-
-Bytes columnBytes(sqlite3_stmt *s, int column)
-{
-    const void *p = sqlite3_column_blob(s, column);
-    int n = sqlite3_column_bytes(s, column);
-    return p && n > 0 ? Bytes(static_cast<const char *>(p), static_cast<size_t>(n)) : Bytes();
-}
-
-// The lines of a quick-check verdict that name a fault, on one line: "*** in database main ***"
-// only says where.
-std::string faultOf(const std::string &verdict)
-{
-    std::string fault;
-    size_t start = 0;
-    while (start < verdict.size()) {
-        size_t end = verdict.find('\n', start);
-        std::string line = verdict.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (!line.empty() && line.rfind("***", 0) != 0)
-            fault += (fault.empty() ? "" : "; ") + line;
-        if (end == std::string::npos)
-            break;
-        start = end + 1;
-    }
-    return fault;
-}
-
 class SqliteConnection final : public Connection {
 public:
     ~SqliteConnection() override
@@ -141,6 +88,11 @@ public:
     bool open(const std::string &path, const std::string &name, bool readOnly)
     {
         name_ = name;
+        path_ = path;
+        if (struct stat st{}; stat(path.c_str(), &st) == 0) {
+            device_ = st.st_dev;
+            inode_ = st.st_ino;
+        }
         int flags = readOnly ? SQLITE_OPEN_READONLY : (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
         int rc = sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
         if (rc != SQLITE_OK) {
@@ -209,6 +161,25 @@ public:
             return Check::Intact;
         }
         return Check::Unknown;
+    }
+
+    // For the idle pool: whether the file at the path is still the one this connection opened;
+    // and, when it is handed back after writes, the WAL checkpointed into the file and the file
+    // as it is then recorded as checked (SQLite's own writes: the next open need not check it
+    // again for them).
+    bool opened(const struct stat &now) const { return now.st_dev == device_ && now.st_ino == inode_; }
+    bool damaged() const { return damaged_; }
+    const std::string &path() const { return path_; }
+    bool checkedSinceChange(const std::string &path);
+    static bool unchangedSinceChecked(const std::string &path);
+    void recordOwnWrites();
+
+    // Closes without deleting the WAL file: used when the database file was replaced since
+    // this connection opened it, so that the name "<db>-wal" belongs to another file now.
+    void keepWalOnClose()
+    {
+        int persist = 1;
+        sqlite3_file_control(db_, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
     }
 
     bool keys(uint32_t valueType, std::vector<Bytes> &out) override
@@ -390,8 +361,6 @@ public:
     std::string lastError() const override { return lastError_; }
 
 private:
-    bool checkedSinceChange(const std::string &path);
-
     struct RecordInfo {
         uint32_t entrySize = 0;
         uint32_t sortKeyLen = 0;
@@ -422,7 +391,7 @@ private:
     // (IMMEDIATE), waiting through the busy timeout; readers see one snapshot.
     class Transaction {
     public:
-        Transaction(SqliteConnection *c, bool write) : c_(c)
+        Transaction(SqliteConnection *c, bool write) : c_(c), write_(write)
         {
             // The busy timeout normally covers the wait for the write lock; a refusal that
             // comes back at once (seen under heavy load, with a second writer in the same
@@ -456,11 +425,13 @@ private:
             if (rc != SQLITE_OK)
                 c_->note(rc);
             open_ = rc != SQLITE_OK;
+            c_->wrote_ = c_->wrote_ || (write_ && !open_);
             return !open_;
         }
 
     private:
         SqliteConnection *c_;
+        bool write_;
         bool open_ = false;
     };
 
@@ -472,8 +443,10 @@ private:
         if (int system = sqlite3_system_errno(db_); system != 0 && (rc & 0xff) != SQLITE_FULL)
             lastError_ += std::string(" (") + strerror(system) + ")";
         int primary = rc & 0xff;
-        if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB)
+        if (primary == SQLITE_CORRUPT || primary == SQLITE_NOTADB) {
+            damaged_ = true;
             reportDamage(name_, lastError_);
+        }
     }
 
     int step(sqlite3_stmt *s)
@@ -537,6 +510,11 @@ private:
 
     sqlite3 *db_ = nullptr;
     std::string name_;
+    std::string path_;
+    dev_t device_ = 0; // the file opened
+    ino_t inode_ = 0;
+    bool wrote_ = false;   // committed a change since it was opened or last handed back
+    bool damaged_ = false; // met a damaged page or a file that is no database
     std::string lastError_;
     std::array<sqlite3_stmt *, kStatementCount> statements_{};
 };
@@ -559,8 +537,9 @@ struct CheckedFiles {
 
 CheckedFiles &checkedFiles()
 {
-    static CheckedFiles c;
-    return c;
+    // Never destroyed: connections handed back at the end of the process record their writes.
+    static CheckedFiles *c = new CheckedFiles;
+    return *c;
 }
 
 bool identityOf(const std::string &path, FileIdentity &id)
@@ -573,19 +552,30 @@ bool identityOf(const std::string &path, FileIdentity &id)
     return true;
 }
 
+// Whether the file is as it was when it last passed the check here (or as this process's own
+// writes left it); a file not there yet, or still empty, is being created.
+bool fileUnchangedSinceChecked(const std::string &path, FileIdentity &now)
+{
+    if (!identityOf(path, now) || now.size == 0)
+        return true;
+    CheckedFiles &c = checkedFiles();
+    std::lock_guard<std::mutex> hold(c.mutex);
+    auto it = c.files.find(path);
+    return it != c.files.end() && it->second == now;
+}
+
+bool SqliteConnection::unchangedSinceChecked(const std::string &path)
+{
+    FileIdentity now;
+    return fileUnchangedSinceChecked(path, now);
+}
+
 bool SqliteConnection::checkedSinceChange(const std::string &path)
 {
     FileIdentity before;
-    // A file that is not there yet, or still empty, is being created: nothing to check.
-    if (!identityOf(path, before) || before.size == 0)
+    if (fileUnchangedSinceChecked(path, before))
         return true;
     CheckedFiles &c = checkedFiles();
-    {
-        std::lock_guard<std::mutex> hold(c.mutex);
-        auto it = c.files.find(path);
-        if (it != c.files.end() && it->second == before)
-            return true;
-    }
     SqliteConnection::Check verdict = check();
     if (verdict == Check::Damaged)
         return false;
@@ -596,47 +586,128 @@ bool SqliteConnection::checkedSinceChange(const std::string &path)
     return true;
 }
 
-// Copies one database file into another path through SQLite's backup, which reads one
-// consistent snapshot even while other connections write; the copy appears under its final
-// name only when complete.
-bool backupFile(const std::string &from, const std::string &to)
+void SqliteConnection::recordOwnWrites()
 {
-    sqlite3 *src = nullptr;
-    sqlite3 *dst = nullptr;
-    std::string temporary = to + ".tmp";
-    unlink(temporary.c_str());
-    create_private_file(temporary);
-    bool ok = sqlite3_open_v2(from.c_str(), &src, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
-              sqlite3_open_v2(temporary.c_str(), &dst, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) ==
-                  SQLITE_OK;
-    if (ok) {
-        sqlite3_busy_timeout(src, kBusyTimeoutMs);
-        sqlite3_backup *backup = sqlite3_backup_init(dst, "main", src, "main");
-        ok = backup != nullptr;
-        if (ok) {
-            int rc;
-            int attempts = 0;
-            while ((rc = sqlite3_backup_step(backup, -1)) == SQLITE_BUSY || rc == SQLITE_LOCKED) {
-                if (++attempts > kSetupAttempts)
-                    break;
-                usleep(10000);
+    if (!wrote_ || damaged_)
+        return;
+    wrote_ = false;
+    // The file holds every acknowledged change, as when each handle closed its own connection:
+    // damage done to the file later is then damage to the data, never hidden behind the WAL.
+    sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    FileIdentity now;
+    if (!identityOf(path_, now))
+        return;
+    CheckedFiles &c = checkedFiles();
+    std::lock_guard<std::mutex> hold(c.mutex);
+    c.files[path_] = now;
+}
+
+// Connections whose handles were closed, kept open for the next open of the same file in this
+// process: an open then costs a stat instead of SQLite's open, the creation of the WAL files
+// and the schema's read, and no close checkpoints the WAL and deletes it between two handles.
+// A connection whose file was replaced since (a reload, a damaged file set aside) or that met
+// damage is closed instead of reused. Never destroyed: closed handles come back from any
+// thread until the end; the idle ones are closed at exit, which checkpoints the WAL as before.
+class IdlePool {
+public:
+    static IdlePool &instance()
+    {
+        static IdlePool *pool = [] {
+            atexit([] { IdlePool::instance().drain(true); });
+            return new IdlePool;
+        }();
+        return *pool;
+    }
+
+    // An idle connection to the file at `path` as it is now; null when there is none.
+    std::unique_ptr<SqliteConnection> take(const std::string &path)
+    {
+        struct stat now {};
+        bool exists = stat(path.c_str(), &now) == 0;
+        std::vector<std::unique_ptr<SqliteConnection>> stale;
+        std::unique_ptr<SqliteConnection> found;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            auto it = idle_.find(path);
+            while (it != idle_.end() && !it->second.empty() && !found) {
+                std::unique_ptr<SqliteConnection> c = std::move(it->second.back());
+                it->second.pop_back();
+                if (exists && c->opened(now))
+                    found = std::move(c);
+                else
+                    stale.push_back(std::move(c));
             }
-            ok = rc == SQLITE_DONE;
-            sqlite3_backup_finish(backup);
+        }
+        for (auto &c : stale)
+            c->keepWalOnClose();
+        return found;
+    }
+
+    void give(std::unique_ptr<SqliteConnection> c)
+    {
+        c->recordOwnWrites();
+        if (c->damaged())
+            return;
+        std::lock_guard<std::mutex> hold(mutex_);
+        std::vector<std::unique_ptr<SqliteConnection>> &idle = idle_[c->path()];
+        if (!ended_ && idle.size() < kIdlePerFile)
+            idle.push_back(std::move(c));
+    }
+
+    // Closes the idle connections; at the end of the process also every one handed back later
+    // (by the destructors of other statics), so that the last close of each database still
+    // checkpoints its WAL into the file.
+    void drain(bool atEnd = false)
+    {
+        std::map<std::string, std::vector<std::unique_ptr<SqliteConnection>>> closing;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            closing.swap(idle_);
+            ended_ = ended_ || atEnd;
         }
     }
-    if (src)
-        sqlite3_close(src);
-    if (dst)
-        sqlite3_close(dst);
-    if (ok)
-        ok = rename(temporary.c_str(), to.c_str()) == 0;
-    if (ok)
-        sync_parent_dir(to);
-    else
-        unlink(temporary.c_str());
-    return ok;
-}
+
+private:
+    static constexpr size_t kIdlePerFile = 8;
+    std::mutex mutex_;
+    bool ended_ = false;
+    std::map<std::string, std::vector<std::unique_ptr<SqliteConnection>>> idle_;
+};
+
+// The connection of one handle: every call goes to the SQLite connection, which goes back to
+// the idle pool when the handle is closed.
+class PooledConnection final : public Connection {
+public:
+    explicit PooledConnection(std::unique_ptr<SqliteConnection> c) : c_(std::move(c)) {}
+    ~PooledConnection() override { IdlePool::instance().give(std::move(c_)); }
+    PooledConnection(const PooledConnection &) = delete;
+    PooledConnection &operator=(const PooledConnection &) = delete;
+
+    bool keys(uint32_t valueType, std::vector<Bytes> &out) override { return c_->keys(valueType, out); }
+    int32_t length(const Bytes &key) override { return c_->length(key); }
+    int32_t read(const Bytes &key, void *buf, uint32_t bufLen) override { return c_->read(key, buf, bufLen); }
+    int32_t write(const Bytes &key, uint32_t valueType, const void *value, uint32_t length) override
+    {
+        return c_->write(key, valueType, value, length);
+    }
+    int32_t erase(const Bytes &key) override { return c_->erase(key); }
+    int32_t listAdd(const Bytes &key, uint32_t valueType, const void *entry, uint32_t entrySize,
+                    uint32_t sortKeyLen) override
+    {
+        return c_->listAdd(key, valueType, entry, entrySize, sortKeyLen);
+    }
+    int32_t listDel(const Bytes &key, const Bytes &sortKey) override { return c_->listDel(key, sortKey); }
+    int32_t listNext(const Bytes &key, ListPosition &position, uint32_t maxCount,
+                     std::vector<Bytes> &entries) override
+    {
+        return c_->listNext(key, position, maxCount, entries);
+    }
+    uint64_t dataVersion() override { return c_->dataVersion(); }
+    std::string lastError() const override { return c_->lastError(); }
+
+private:
+    std::unique_ptr<SqliteConnection> c_;
+};
 
 class SqliteStorage final : public Storage {
 public:
@@ -648,16 +719,23 @@ public:
                 *why = strerror(errno);
             return nullptr;
         }
+        std::string path = dbPath(dir, db);
+        // A kept connection serves only while the file is as this process last saw it: after
+        // another process's change (or damage) a fresh connection reads and checks the file
+        // itself, not through the kept one's cache.
+        if (std::unique_ptr<SqliteConnection> idle = IdlePool::instance().take(path);
+            idle && SqliteConnection::unchangedSinceChecked(path))
+            return std::make_unique<PooledConnection>(std::move(idle));
         // SQLite creates a database (and its -wal and -shm files, which take the database's
         // mode) under the umask: an empty file made first keeps them owner-only.
-        create_private_file(dbPath(dir, db));
+        create_private_file(path);
         auto connection = std::make_unique<SqliteConnection>();
-        if (!connection->open(dbPath(dir, db), db, false)) {
+        if (!connection->open(path, db, false)) {
             if (why)
                 *why = connection->lastError();
             return nullptr;
         }
-        return connection;
+        return std::make_unique<PooledConnection>(std::move(connection));
     }
 
     int32_t save(const std::string &dir) override
@@ -695,7 +773,8 @@ public:
         return value;
     }
 
-    void clear() override {}
+    // Closes the idle connections: before the database files are moved or removed.
+    void clear() override { IdlePool::instance().drain(); }
 
     bool check(const std::string &db) override
     {

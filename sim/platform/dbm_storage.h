@@ -58,7 +58,8 @@ public:
     virtual int32_t save(const std::string &dir) = 0;
     // The value of `key` in db as the last save into `dir` stored it; empty when none.
     virtual std::optional<Bytes> savedValue(const std::string &dir, const std::string &db, const Bytes &key) = 0;
-    // Forgets every database (only the memory storage has something to forget).
+    // Forgets every database (the memory storage) or closes the connections kept for reuse
+    // (SQLite).
     virtual void clear() = 0;
     // Checks the database's integrity now (SQLite's quick check of every page); false, with
     // the damage reported, when it fails. A database that does not exist is intact.

@@ -147,6 +147,9 @@ void dbm_damage_log_set(bool log);
 void dbm_damage_forget(const std::string &db);
 // Runs the integrity check of a database now; false when it is damaged (and then recorded).
 bool dbm_check(const std::string &db);
+// Closes the connections that closed handles left open for the next open of the same file:
+// before a database's files are moved or removed, so that nothing of this process holds them.
+void dbm_close_idle();
 
 // ---- the emulator's own records ----------------------------------------------------------
 // Opens a database for records that the emulator keeps for itself (the shell's inventory), on

@@ -456,6 +456,7 @@ void Session::reload()
     QuietTrace quiet;
     if (options_.service)
         ndplat::service_stop(stateDir_);
+    ndplat::dbm_close_idle();
     set_aside_damaged();
     std::string error;
     if (!inventory_.reset(error))

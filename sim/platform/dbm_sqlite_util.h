@@ -1,0 +1,39 @@
+// Helpers of the SQLite storage of the configuration database: file names, statements retried
+// while another connection holds a lock, blobs, quick-check verdicts and whole-file copies.
+#ifndef NDPLAT_DBM_SQLITE_UTIL_H
+#define NDPLAT_DBM_SQLITE_UTIL_H
+
+#include <sqlite3.h>
+
+#include <cstddef>
+#include <string>
+
+#include "dbm_storage.h"
+
+namespace ndplat::dbm {
+
+constexpr int kBusyTimeoutMs = 10000; // how long a connection waits for another's lock
+constexpr int kSetupAttempts = 200;   // tries of a statement that found the database locked
+
+std::string dbPath(const std::string &dir, const std::string &db); // "<dir>/<db>.db"
+
+// Runs a statement text, retrying while another connection holds the lock it needs; false
+// when it failed otherwise or the lock never came.
+bool execRetry(sqlite3 *db, const char *sql);
+
+// Binds bytes to a statement's parameter (an empty blob, not NULL, for no bytes) and reads a
+// blob column back as bytes.
+void bindBytes(sqlite3_stmt *s, int index, const void *bytes, size_t length);
+Bytes columnBytes(sqlite3_stmt *s, int column);
+
+// The lines of a quick-check verdict that name a fault, on one line; empty for "ok".
+std::string faultOf(const std::string &verdict);
+
+// Copies a database file to `to` through SQLite's backup (one consistent snapshot, even while
+// other connections write); the copy appears under its name only when whole. False on failure,
+// leaving nothing at `to` that was not there.
+bool backupFile(const std::string &from, const std::string &to);
+
+} // namespace ndplat::dbm
+
+#endif
