@@ -52,10 +52,9 @@ typedef int32_t (*DBM_PROC_FN)(DBM_HANDLE h, const void *key, uint16_t keyLen, v
 /* What the ND databases are opened with: DBM_Open(name, ND_DBM_OPEN_MODE, param, 0, 0, &h)
  * with `const uint32_t param[7] = ND_DBM_OPEN_PARAM;`. */
 #define ND_DBM_OPEN_MODE 1u
-#define ND_DBM_OPEN_PARAM     \
-    {                         \
-        1, 1, 256, 0, 0, 0, 0 \
-    }
+/* clang-format off */
+#define ND_DBM_OPEN_PARAM {1, 1, 256, 0, 0, 0, 0}
+/* clang-format on */
 /* Opens database `db` and stores its handle, which the caller closes. 0, or non-zero. */
 uint32_t DBM_Open(const char *db, uint32_t mode, const uint32_t param[7],
                   uint32_t r1, uint32_t r2, DBM_HANDLE *handle);

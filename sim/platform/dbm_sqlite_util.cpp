@@ -14,7 +14,6 @@ const char kEmpty[1] = {0};
 
 } // namespace
 
-
 std::string dbPath(const std::string &dir, const std::string &db)
 {
     return dir + "/" + db + ".db";
