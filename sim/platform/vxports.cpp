@@ -5,6 +5,8 @@
 // transaction; a view reads every record again when the database's data version moved.
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -28,6 +30,17 @@ constexpr size_t kRecCvlan = 16;   // u16
 constexpr size_t kRecordSize = 20; // 2 bytes reserved at the end
 
 constexpr VxportOrigin kOrigins[] = {VxportOrigin::Configured, VxportOrigin::Seed};
+
+// A listing looks a port up once a row, a hundred thousand times in a row: a lookup asks the
+// store whether another process changed the ports at most once in this time. Changes made in
+// this process (by any view) are seen at once.
+constexpr std::chrono::milliseconds kForeignChangeLatency{1};
+
+std::atomic<uint64_t> &localChanges()
+{
+    static std::atomic<uint64_t> changes{0};
+    return changes;
+}
 
 const char *origin_word(VxportOrigin origin)
 {
@@ -78,6 +91,9 @@ struct VxportTable::Impl {
     std::string stateDir;
     uint64_t version = 0;
     bool loaded = false;
+    bool lookedUp = false; // refreshed for a lookup at lookedUpAt, with localChanges() at seenChanges
+    std::chrono::steady_clock::time_point lookedUpAt;
+    uint64_t seenChanges = 0;
     std::map<uint32_t, Vxport> ports[2]; // by origin: configured, seed
 
     static size_t slot(VxportOrigin origin) { return origin == VxportOrigin::Seed ? 1 : 0; }
@@ -88,6 +104,7 @@ struct VxportTable::Impl {
     {
         store.reset();
         loaded = false;
+        lookedUp = false;
         version = 0;
         for (auto &m : ports)
             m.clear();
@@ -165,7 +182,15 @@ struct VxportTable::Impl {
 
     std::optional<Vxport> find(uint32_t portIndex)
     {
-        refresh();
+        auto now = std::chrono::steady_clock::now();
+        uint64_t changes = localChanges().load();
+        if (!lookedUp || changes != seenChanges || now - lookedUpAt >= kForeignChangeLatency ||
+            !same_place(dbm_storage(), dbm_state_dir())) {
+            refresh();
+            lookedUp = true;
+            lookedUpAt = now;
+            seenChanges = changes;
+        }
         for (const auto &m : ports) {
             auto it = m.find(portIndex);
             if (it != m.end())
@@ -192,6 +217,7 @@ struct VxportTable::Impl {
         }
         // SQLite's data version moves only for other connections' commits: the view takes its own.
         ports[slot(port.origin)][portIndex] = port;
+        ++localChanges();
         return true;
     }
 
@@ -205,6 +231,7 @@ struct VxportTable::Impl {
             return false;
         }
         ports[slot(origin)].erase(portIndex);
+        ++localChanges();
         return true;
     }
 
