@@ -180,6 +180,10 @@ int run_terminal()
     }
     while (!session.finished()) {
         out.newline_if_needed();
+        // The editor's terminal mode before the prompt appears: the editor itself would switch
+        // at its first read, after printing the prompt, and a key typed in between (^C above
+        // all) would reach the terminal driver instead of the editor.
+        el_set(el, EL_PREP_TERM, 1);
         int count = 0;
         const char *got = el_gets(el, &count);
         if (!got) {
