@@ -24,7 +24,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "dbm_sqlite_util.h"
+#include "dbm_util_sqlite.h"
 #include "dbm_storage.h"
 #include "ndplat_dbm.h"
 #include "private_files.h"

@@ -36,9 +36,11 @@ constexpr VxportOrigin kOrigins[] = {VxportOrigin::Configured, VxportOrigin::See
 // this process (by any view) are seen at once.
 constexpr std::chrono::milliseconds kForeignChangeLatency{1};
 
-std::atomic<uint64_t> &localChanges()
+// 32 bits: a lock-free atomic on every target (the 32-bit MIPS has no 64-bit one); only
+// equality is asked of it.
+std::atomic<uint32_t> &localChanges()
 {
-    static std::atomic<uint64_t> changes{0};
+    static std::atomic<uint32_t> changes{0};
     return changes;
 }
 
@@ -93,7 +95,7 @@ struct VxportTable::Impl {
     bool loaded = false;
     bool lookedUp = false; // refreshed for a lookup at lookedUpAt, with localChanges() at seenChanges
     std::chrono::steady_clock::time_point lookedUpAt;
-    uint64_t seenChanges = 0;
+    uint32_t seenChanges = 0;
     std::map<uint32_t, Vxport> ports[2]; // by origin: configured, seed
 
     static size_t slot(VxportOrigin origin) { return origin == VxportOrigin::Seed ? 1 : 0; }
@@ -183,7 +185,7 @@ struct VxportTable::Impl {
     std::optional<Vxport> find(uint32_t portIndex)
     {
         auto now = std::chrono::steady_clock::now();
-        uint64_t changes = localChanges().load();
+        uint32_t changes = localChanges().load();
         if (!lookedUp || changes != seenChanges || now - lookedUpAt >= kForeignChangeLatency ||
             !same_place(dbm_storage(), dbm_state_dir())) {
             refresh();

@@ -318,7 +318,12 @@ int run(int argc, char **argv)
     ndsvc::NdService service;
     if (!configure(service, o))
         return 1;
-    return serveUntilStopped(service, o);
+    int status = serveUntilStopped(service, o);
+    // The database connections kept for reuse are closed (their WAL checkpointed into the
+    // files) while the lock is still held: whoever waits for the lock then finds the database
+    // files complete and this process at its end.
+    ndplat::dbm_close_idle();
+    return status;
 }
 
 } // namespace

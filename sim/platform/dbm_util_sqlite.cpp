@@ -1,4 +1,4 @@
-#include "dbm_sqlite_util.h"
+#include "dbm_util_sqlite.h"
 
 #include <unistd.h>
 

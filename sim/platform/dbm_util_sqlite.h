@@ -1,7 +1,7 @@
 // Helpers of the SQLite storage of the configuration database: file names, statements retried
 // while another connection holds a lock, blobs, quick-check verdicts and whole-file copies.
-#ifndef NDPLAT_DBM_SQLITE_UTIL_H
-#define NDPLAT_DBM_SQLITE_UTIL_H
+#ifndef NDPLAT_DBM_UTIL_SQLITE_H
+#define NDPLAT_DBM_UTIL_SQLITE_H
 
 #include <sqlite3.h>
 
