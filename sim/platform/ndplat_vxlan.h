@@ -24,12 +24,15 @@ namespace ndplat {
 // The port table belongs to the platform and is shared by every process of the state
 // directory: on the SQLite storage each change is one committed transaction in the database
 // kVxportDb, and a reader takes up other processes' changes when SQLite's data version says
-// the database changed. On the memory storage (unit tests, the cross build) it lives in the
+// the database changed (a lookup asks at most once a millisecond; the process's own changes
+// are seen at once). On the memory storage (unit tests, the cross build) it lives in the
 // process. A port is configured by the operator (the shell's `vxlan-port`) or comes from the
 // service's seed file; a configured port hides a seed port of the same index.
 constexpr const char *kVxportDb = "ndplat_vxports";
-enum class VxportOrigin : uint32_t { Configured = 1,
-                                     Seed = 2 };
+enum class VxportOrigin : uint32_t {
+    Configured = 1,
+    Seed = 2,
+};
 struct Vxport {
     uint16_t kind = ND_VXPORT_KIND_ATTACHED;
     int32_t portId = 0;
