@@ -108,9 +108,19 @@ public:
         if (!setUp("PRAGMA synchronous=NORMAL"))
             return false;
         // WAL mode and the schema are properties of the file: set once, by whoever creates it.
-        if (statement(kRecordOf))
+        // The tables appear together, in one transaction: a connection that saw only the first
+        // would keep a schema without the second for as long as it is kept for reuse.
+        if (statement(kListCount))
             return true;
-        return setUp("PRAGMA journal_mode=WAL") && setUp(kSchema);
+        if (!setUp("PRAGMA journal_mode=WAL") || !setUp("BEGIN IMMEDIATE"))
+            return false;
+        if (sqlite3_exec(db_, kSchema, nullptr, nullptr, nullptr) != SQLITE_OK ||
+            sqlite3_exec(db_, "COMMIT", nullptr, nullptr, nullptr) != SQLITE_OK) {
+            note(sqlite3_errcode(db_));
+            sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+            return false;
+        }
+        return true;
     }
 
     bool setUp(const char *sql)
