@@ -529,70 +529,22 @@ private:
     std::array<sqlite3_stmt *, kStatementCount> statements_{};
 };
 
-// The identity of each database file when it last passed the integrity check in this process.
-// The check runs again only when the file changed since (a checkpoint of another writer, or
-// damage done behind SQLite's back), so that opening a database stays cheap.
-struct FileIdentity {
-    dev_t device = 0;
-    ino_t inode = 0;
-    off_t size = 0;
-    int64_t modifiedNs = 0;
-    bool operator==(const FileIdentity &) const = default;
-};
-
-struct CheckedFiles {
-    std::mutex mutex;
-    std::map<std::string, FileIdentity> files;
-};
-
-CheckedFiles &checkedFiles()
-{
-    // Never destroyed: connections handed back at the end of the process record their writes.
-    static CheckedFiles *c = new CheckedFiles;
-    return *c;
-}
-
-bool identityOf(const std::string &path, FileIdentity &id)
-{
-    struct stat st {};
-    if (stat(path.c_str(), &st) != 0)
-        return false;
-    id = {st.st_dev, st.st_ino, st.st_size,
-          static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
-    return true;
-}
-
-// Whether the file is as it was when it last passed the check here (or as this process's own
-// writes left it); a file not there yet, or still empty, is being created.
-bool fileUnchangedSinceChecked(const std::string &path, FileIdentity &now)
-{
-    if (!identityOf(path, now) || now.size == 0)
-        return true;
-    CheckedFiles &c = checkedFiles();
-    std::lock_guard<std::mutex> hold(c.mutex);
-    auto it = c.files.find(path);
-    return it != c.files.end() && it->second == now;
-}
-
 bool SqliteConnection::unchangedSinceChecked(const std::string &path)
 {
-    FileIdentity now;
+    CheckedFile now;
     return fileUnchangedSinceChecked(path, now);
 }
 
 bool SqliteConnection::checkedSinceChange(const std::string &path)
 {
-    FileIdentity before;
+    CheckedFile before;
     if (fileUnchangedSinceChecked(path, before))
         return true;
-    CheckedFiles &c = checkedFiles();
     SqliteConnection::Check verdict = check();
     if (verdict == Check::Damaged)
         return false;
-    if (verdict == Check::Intact) {
-        std::lock_guard<std::mutex> hold(c.mutex);
-        c.files[path] = before;
-    }
+    if (verdict == Check::Intact)
+        fileCheckedAs(path, before);
     return true;
 }
 
@@ -604,12 +556,9 @@ void SqliteConnection::recordOwnWrites()
     // The file holds every acknowledged change, as when each handle closed its own connection:
     // damage done to the file later is then damage to the data, never hidden behind the WAL.
     sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
-    FileIdentity now;
-    if (!identityOf(path_, now))
-        return;
-    CheckedFiles &c = checkedFiles();
-    std::lock_guard<std::mutex> hold(c.mutex);
-    c.files[path_] = now;
+    CheckedFile now;
+    if (checkedFileOf(path_, now))
+        fileCheckedAs(path_, now);
 }
 
 // Connections whose handles were closed, kept open for the next open of the same file in this

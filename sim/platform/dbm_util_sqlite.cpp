@@ -1,8 +1,11 @@
 #include "dbm_util_sqlite.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <map>
+#include <mutex>
 
 #include "private_files.h"
 
@@ -12,7 +15,46 @@ namespace {
 
 const char kEmpty[1] = {0};
 
+struct CheckedFiles {
+    std::mutex mutex;
+    std::map<std::string, CheckedFile> files;
+};
+
+CheckedFiles &checkedFiles()
+{
+    // Never destroyed: connections handed back at the end of the process record their writes.
+    static CheckedFiles *c = new CheckedFiles;
+    return *c;
+}
+
 } // namespace
+
+bool checkedFileOf(const std::string &path, CheckedFile &id)
+{
+    struct stat st {};
+    if (stat(path.c_str(), &st) != 0)
+        return false;
+    id = {st.st_dev, st.st_ino, st.st_size,
+          static_cast<int64_t>(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec};
+    return true;
+}
+
+bool fileUnchangedSinceChecked(const std::string &path, CheckedFile &now)
+{
+    if (!checkedFileOf(path, now) || now.size == 0)
+        return true;
+    CheckedFiles &c = checkedFiles();
+    std::lock_guard<std::mutex> hold(c.mutex);
+    auto it = c.files.find(path);
+    return it != c.files.end() && it->second == now;
+}
+
+void fileCheckedAs(const std::string &path, const CheckedFile &id)
+{
+    CheckedFiles &c = checkedFiles();
+    std::lock_guard<std::mutex> hold(c.mutex);
+    c.files[path] = id;
+}
 
 std::string dbPath(const std::string &dir, const std::string &db)
 {

@@ -5,7 +5,10 @@
 
 #include <sqlite3.h>
 
+#include <sys/types.h>
+
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 #include "dbm_storage.h"
@@ -33,6 +36,23 @@ std::string faultOf(const std::string &verdict);
 // other connections write); the copy appears under its name only when whole. False on failure,
 // leaving nothing at `to` that was not there.
 bool backupFile(const std::string &from, const std::string &to);
+
+// The identity of a database file (device, inode, size, modification time). This process runs
+// the integrity check again only when a file changed since it last passed the check here or
+// since this process's own writes left it so (a checkpoint of another writer, or damage done
+// behind SQLite's back), so that opening a database stays cheap.
+struct CheckedFile {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    int64_t modifiedNs = 0;
+    bool operator==(const CheckedFile &) const = default;
+};
+bool checkedFileOf(const std::string &path, CheckedFile &id); // false when it cannot be read
+// Whether the file is as it was recorded (its identity now in `now`); a file not there yet, or
+// still empty, is being created and counts as unchanged.
+bool fileUnchangedSinceChecked(const std::string &path, CheckedFile &now);
+void fileCheckedAs(const std::string &path, const CheckedFile &id); // records it
 
 } // namespace ndplat::dbm
 
