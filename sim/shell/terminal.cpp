@@ -127,6 +127,24 @@ void on_sigint(int)
     Output::interrupt();
 }
 
+// The line editor: emacs keys, the history, TAB completion, `?` help, and ^C as a key of the
+// editor rather than a signal while a line is edited.
+EditLine *open_editor(History *hist)
+{
+    EditLine *el = el_init("ndsh", stdin, stdout, stderr);
+    el_set(el, EL_PROMPT, prompt_text);
+    el_set(el, EL_EDITOR, "emacs");
+    el_set(el, EL_HIST, history, hist);
+    el_set(el, EL_ADDFN, "ndsh-complete", "Complete the word", on_tab);
+    el_set(el, EL_ADDFN, "ndsh-help", "Show the possible words", on_help);
+    el_set(el, EL_BIND, "^I", "ndsh-complete", nullptr);
+    el_set(el, EL_BIND, "?", "ndsh-help", nullptr);
+    el_set(el, EL_SETTY, "-d", "-isig", nullptr);
+    el_set(el, EL_ADDFN, "ndsh-interrupt", "Drop the line", on_interrupt);
+    el_set(el, EL_BIND, "^C", "ndsh-interrupt", nullptr);
+    return el;
+}
+
 } // namespace
 
 std::string format_help(const ndplat::Completion &completion)
@@ -153,21 +171,10 @@ int run_terminal()
     sa.sa_flags = SA_RESTART;
     sigemptyset(&sa.sa_mask);
     sigaction(SIGINT, &sa, nullptr);
-    EditLine *el = el_init("ndsh", stdin, stdout, stderr);
     History *hist = history_init();
     HistEvent event;
     history(hist, &event, H_SETSIZE, 1000);
-    el_set(el, EL_PROMPT, prompt_text);
-    el_set(el, EL_EDITOR, "emacs");
-    el_set(el, EL_HIST, history, hist);
-    el_set(el, EL_ADDFN, "ndsh-complete", "Complete the word", on_tab);
-    el_set(el, EL_ADDFN, "ndsh-help", "Show the possible words", on_help);
-    el_set(el, EL_BIND, "^I", "ndsh-complete", nullptr);
-    el_set(el, EL_BIND, "?", "ndsh-help", nullptr);
-    // While a line is edited, ^C is a key of the editor rather than a signal.
-    el_set(el, EL_SETTY, "-d", "-isig", nullptr);
-    el_set(el, EL_ADDFN, "ndsh-interrupt", "Drop the line", on_interrupt);
-    el_set(el, EL_BIND, "^C", "ndsh-interrupt", nullptr);
+    EditLine *el = open_editor(hist);
 
     Session &session = Session::instance();
     Output &out = Output::instance();
