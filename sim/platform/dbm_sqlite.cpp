@@ -12,7 +12,6 @@
 // the entry order of the lists.
 #include <dirent.h>
 #include <sqlite3.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -89,10 +88,7 @@ public:
     {
         name_ = name;
         path_ = path;
-        if (struct stat st{}; stat(path.c_str(), &st) == 0) {
-            device_ = st.st_dev;
-            inode_ = st.st_ino;
-        }
+        checkedFileOf(path, opened_);
         int flags = readOnly ? SQLITE_OPEN_READONLY : (SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
         int rc = sqlite3_open_v2(path.c_str(), &db_, flags | SQLITE_OPEN_NOMUTEX, nullptr);
         if (rc != SQLITE_OK) {
@@ -177,11 +173,10 @@ public:
     // and, when it is handed back after writes, the WAL checkpointed into the file and the file
     // as it is then recorded as checked (SQLite's own writes: the next open need not check it
     // again for them).
-    bool opened(const struct stat &now) const { return now.st_dev == device_ && now.st_ino == inode_; }
+    bool opened(const CheckedFile &now) const { return now.device == opened_.device && now.inode == opened_.inode; }
     bool damaged() const { return damaged_; }
     const std::string &path() const { return path_; }
     bool checkedSinceChange(const std::string &path);
-    static bool unchangedSinceChecked(const std::string &path);
     void recordOwnWrites();
 
     // Closes without deleting the WAL file: used when the database file was replaced since
@@ -521,24 +516,18 @@ private:
     sqlite3 *db_ = nullptr;
     std::string name_;
     std::string path_;
-    dev_t device_ = 0; // the file opened
-    ino_t inode_ = 0;
+    CheckedFile opened_;   // the file it opened
     bool wrote_ = false;   // committed a change since it was opened or last handed back
     bool damaged_ = false; // met a damaged page or a file that is no database
     std::string lastError_;
     std::array<sqlite3_stmt *, kStatementCount> statements_{};
 };
 
-bool SqliteConnection::unchangedSinceChecked(const std::string &path)
-{
-    CheckedFile now;
-    return fileUnchangedSinceChecked(path, now);
-}
-
 bool SqliteConnection::checkedSinceChange(const std::string &path)
 {
     CheckedFile before;
-    if (fileUnchangedSinceChecked(path, before))
+    // A file that is not there yet is being created: nothing to check.
+    if (!checkedFileOf(path, before) || fileUnchangedSinceChecked(path, before))
         return true;
     SqliteConnection::Check verdict = check();
     if (verdict == Check::Damaged)
@@ -578,11 +567,10 @@ public:
         return *pool;
     }
 
-    // An idle connection to the file at `path` as it is now; null when there is none.
-    std::unique_ptr<SqliteConnection> take(const std::string &path)
+    // An idle connection to the file at `path`, whose identity now is `now` (null: the file is
+    // not there); null when there is none. Connections to a file that was replaced are closed.
+    std::unique_ptr<SqliteConnection> take(const std::string &path, const CheckedFile *now)
     {
-        struct stat now {};
-        bool exists = stat(path.c_str(), &now) == 0;
         std::vector<std::unique_ptr<SqliteConnection>> stale;
         std::unique_ptr<SqliteConnection> found;
         {
@@ -591,7 +579,7 @@ public:
             while (it != idle_.end() && !it->second.empty() && !found) {
                 std::unique_ptr<SqliteConnection> c = std::move(it->second.back());
                 it->second.pop_back();
-                if (exists && c->opened(now))
+                if (now && c->opened(*now))
                     found = std::move(c);
                 else
                     stale.push_back(std::move(c));
@@ -682,8 +670,10 @@ public:
         // A kept connection serves only while the file is as this process last saw it: after
         // another process's change (or damage) a fresh connection reads and checks the file
         // itself, not through the kept one's cache.
-        if (std::unique_ptr<SqliteConnection> idle = IdlePool::instance().take(path);
-            idle && SqliteConnection::unchangedSinceChecked(path))
+        CheckedFile now;
+        bool exists = checkedFileOf(path, now);
+        if (std::unique_ptr<SqliteConnection> idle = IdlePool::instance().take(path, exists ? &now : nullptr);
+            idle && fileUnchangedSinceChecked(path, now))
             return std::make_unique<PooledConnection>(std::move(idle));
         // SQLite creates a database (and its -wal and -shm files, which take the database's
         // mode) under the umask: an empty file made first keeps them owner-only.

@@ -39,9 +39,9 @@ bool checkedFileOf(const std::string &path, CheckedFile &id)
     return true;
 }
 
-bool fileUnchangedSinceChecked(const std::string &path, CheckedFile &now)
+bool fileUnchangedSinceChecked(const std::string &path, const CheckedFile &now)
 {
-    if (!checkedFileOf(path, now) || now.size == 0)
+    if (now.size == 0)
         return true;
     CheckedFiles &c = checkedFiles();
     std::lock_guard<std::mutex> hold(c.mutex);

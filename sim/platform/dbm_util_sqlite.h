@@ -49,9 +49,9 @@ struct CheckedFile {
     bool operator==(const CheckedFile &) const = default;
 };
 bool checkedFileOf(const std::string &path, CheckedFile &id); // false when it cannot be read
-// Whether the file is as it was recorded (its identity now in `now`); a file not there yet, or
-// still empty, is being created and counts as unchanged.
-bool fileUnchangedSinceChecked(const std::string &path, CheckedFile &now);
+// Whether `now`, the file's identity as read by checkedFileOf, is the one recorded for the path;
+// a file still empty is being created and counts as unchanged.
+bool fileUnchangedSinceChecked(const std::string &path, const CheckedFile &now);
 void fileCheckedAs(const std::string &path, const CheckedFile &id); // records it
 
 } // namespace ndplat::dbm
