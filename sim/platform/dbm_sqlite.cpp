@@ -1,7 +1,14 @@
 // The SQLite storage of the configuration database: one file "<state>/<name>.db" per database,
 // in WAL mode with a busy timeout, so that the shell and the service (two processes) use the
 // same database at once. Each handle is one SQLite connection; each write is one committed
-// transaction, which the WAL keeps across a crash of the writing process.
+// transaction.
+//
+// What a committed write survives: it is in the WAL, through the kernel, when the call
+// returns, so a crash of any process (kill -9) at any instant keeps it. It reaches the disk
+// itself (fdatasync) when the WAL is checkpointed: by SQLite every 1,000 pages of WAL, by a
+// save of the databases, and by the last close of the database. A sync per commit would cost
+// every configuration command a disk flush for a power cut that the saved configuration
+// already covers.
 //
 // Schema:
 //   records(key BLOB PRIMARY KEY, type INTEGER, value BLOB, entry_size INTEGER, sort_len INTEGER)
@@ -170,14 +177,17 @@ public:
     }
 
     // For the idle pool: whether the file at the path is still the one this connection opened;
-    // and, when it is handed back after writes, the WAL checkpointed into the file and the file
-    // as it is then recorded as checked (SQLite's own writes: the next open need not check it
-    // again for them).
+    // and, when it is handed back after writes, the file as it is then recorded as checked
+    // (SQLite's own writes: the next open need not check it again for them).
     bool opened(const CheckedFile &now) const { return now.device == opened_.device && now.inode == opened_.inode; }
     bool damaged() const { return damaged_; }
     const std::string &path() const { return path_; }
     bool checkedSinceChange(const std::string &path);
     void recordOwnWrites();
+
+    // Copies every committed page from the WAL into the database file, syncs both and empties
+    // the WAL: the file alone then holds the database, and reads come from it.
+    bool consolidate();
 
     // Closes without deleting the WAL file: used when the database file was replaced since
     // this connection opened it, so that the name "<db>-wal" belongs to another file now.
@@ -542,12 +552,29 @@ void SqliteConnection::recordOwnWrites()
     if (!wrote_ || damaged_)
         return;
     wrote_ = false;
-    // The file holds every acknowledged change, as when each handle closed its own connection:
-    // damage done to the file later is then damage to the data, never hidden behind the WAL.
-    sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+    // A commit that filled the WAL checkpointed it into the file: that change is our own.
     CheckedFile now;
     if (checkedFileOf(path_, now))
         fileCheckedAs(path_, now);
+}
+
+bool SqliteConnection::consolidate()
+{
+    int rc;
+    for (int attempt = 0; attempt < kSetupAttempts; ++attempt) {
+        rc = sqlite3_wal_checkpoint_v2(db_, nullptr, SQLITE_CHECKPOINT_TRUNCATE, nullptr, nullptr);
+        if (rc != SQLITE_BUSY && rc != SQLITE_LOCKED)
+            break;
+        usleep(10000);
+    }
+    if (rc != SQLITE_OK) {
+        note(rc);
+        return false;
+    }
+    CheckedFile now;
+    if (checkedFileOf(path_, now))
+        fileCheckedAs(path_, now);
+    return true;
 }
 
 // Connections whose handles were closed, kept open for the next open of the same file in this
@@ -651,6 +678,7 @@ public:
     }
     uint64_t dataVersion() override { return c_->dataVersion(); }
     std::string lastError() const override { return c_->lastError(); }
+    bool consolidate() { return c_->consolidate(); }
 
 private:
     std::unique_ptr<SqliteConnection> c_;
@@ -659,6 +687,11 @@ private:
 class SqliteStorage final : public Storage {
 public:
     std::unique_ptr<Connection> open(const std::string &db, std::string *why = nullptr) override
+    {
+        return openPooled(db, why);
+    }
+
+    std::unique_ptr<PooledConnection> openPooled(const std::string &db, std::string *why = nullptr)
     {
         std::string dir = ndplat::dbm_state_dir();
         if (!make_private_dirs(dir)) {
@@ -704,9 +737,14 @@ public:
                 names.push_back(file.substr(0, file.size() - 3));
         }
         closedir(d);
+        // Each database is first made whole in its own file and synced, so that what is saved
+        // also survives a power cut where it stands, not only in the copy.
         bool ok = true;
-        for (const std::string &name : names)
+        for (const std::string &name : names) {
+            if (std::unique_ptr<PooledConnection> c = openPooled(name))
+                c->consolidate();
             ok = backupFile(dbPath(state, name), dbPath(target, name)) && ok;
+        }
         return ok ? 0 : -1;
     }
 

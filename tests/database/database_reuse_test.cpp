@@ -1,7 +1,7 @@
 // The SQLite storage keeps the connection of a closed handle for the next open of the same file
-// in the process: what that must not change (the file holds every acknowledged change, a file
-// replaced or damaged since is not read through the kept connection) and what it does change
-// (the WAL stays while the connection is kept).
+// in the process: what that must not change (a file replaced or damaged since is not read
+// through the kept connection, a save leaves every change in the file itself) and what it does
+// change (the WAL stays, with the commits not yet checkpointed, while the connection is kept).
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,6 +59,12 @@ bool exists(const std::string &path)
     return access(path.c_str(), F_OK) == 0;
 }
 
+off_t fileSize(const std::string &path)
+{
+    struct stat st {};
+    return stat(path.c_str(), &st) == 0 ? st.st_size : -1;
+}
+
 void copyFile(const std::string &from, const std::string &to)
 {
     FILE *in = fopen(from.c_str(), "rb");
@@ -72,18 +78,31 @@ void copyFile(const std::string &from, const std::string &to)
     fclose(out);
 }
 
-TEST_P(SqliteReuseTest, AClosedHandleLeavesItsConnectionOpenAndTheFileHoldsWhatItWrote)
+TEST_P(SqliteReuseTest, AClosedHandleLeavesItsConnectionOpenWithItsWriteCommittedInTheWal)
 {
     put("ec_nd", "vlan 10", "on");
-    EXPECT_TRUE(exists(file("ec_nd.db-wal"))) << "the kept connection keeps its WAL";
-    // The database file alone, without the WAL, already holds the write.
-    copyFile(file("ec_nd.db"), file("copy.db"));
-    EXPECT_EQ(get("copy", "vlan 10"), "on");
+    ASSERT_TRUE(exists(file("ec_nd.db-wal"))) << "the kept connection keeps its WAL";
+    EXPECT_GT(fileSize(file("ec_nd.db-wal")), 0) << "the commit is in the WAL, not yet checkpointed";
     EXPECT_EQ(get("ec_nd", "vlan 10"), "on");
 
     ndplat::dbm_close_idle();
     EXPECT_FALSE(exists(file("ec_nd.db-wal"))) << "the last close checkpoints and removes the WAL";
     EXPECT_EQ(get("ec_nd", "vlan 10"), "on");
+}
+
+TEST_P(SqliteReuseTest, ASaveMakesEachDatabaseFileWholeAndEmptiesItsWal)
+{
+    put("ec_nd", "vlan 10", "on");
+    put("ndsh_inventory", "vlan 10", "10");
+    ASSERT_EQ(DBM_Save("/flash", 0, 0, 0), 0);
+    EXPECT_EQ(fileSize(file("ec_nd.db-wal")), 0);
+    EXPECT_EQ(fileSize(file("ndsh_inventory.db-wal")), 0);
+    // The database file alone, without the WAL, holds every write.
+    copyFile(file("ec_nd.db"), file("copy.db"));
+    EXPECT_EQ(get("copy", "vlan 10"), "on");
+    EXPECT_EQ(get("ec_nd", "vlan 10"), "on");
+    put("ec_nd", "vlan 20", "on");
+    EXPECT_EQ(get("ec_nd", "vlan 20"), "on") << "the emptied WAL takes the next commit";
 }
 
 TEST_P(SqliteReuseTest, AFileReplacedSinceIsOpenedAfreshAndTheOldOneKeepsItsRecords)
@@ -103,6 +122,9 @@ TEST_P(SqliteReuseTest, AFileReplacedSinceIsOpenedAfreshAndTheOldOneKeepsItsReco
 TEST_P(SqliteReuseTest, DamageDoneToTheFileOfAKeptConnectionIsFoundAtTheNextOpen)
 {
     put("ec_nd", "vlan 10", "on");
+    // Saved: the file alone holds the database, and no page of the WAL stands in for the
+    // damaged one.
+    ASSERT_EQ(DBM_Save("/flash", 0, 0, 0), 0);
     ndplat::dbm_damage_log_set(false);
     int fd = open(file("ec_nd.db").c_str(), O_WRONLY);
     ASSERT_GE(fd, 0);
