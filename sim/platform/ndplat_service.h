@@ -19,8 +19,10 @@
 #define NDPLAT_SERVICE_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -187,9 +189,11 @@ public:
     // accepts on, or a file that is no socket, is left alone and listening fails.
     bool listen(const std::string &socketPath);
     // Serves connections until stop() is called, one thread each, at most maxConnections at
-    // once; handler calls may run concurrently on several connections. A connection beyond
-    // the limit, or from a peer whose user is neither this process's nor root, is answered
-    // a refusal and closed, with one line on stderr.
+    // once; handler calls may run concurrently on several connections. A thread whose
+    // connection ended waits a while for the next one, so that the short connections of
+    // clients cost no thread each. A connection beyond the limit, or from a peer whose user is
+    // neither this process's nor root, is answered a refusal and closed, with one line on
+    // stderr.
     void serve(const ServiceHandler &handler);
     void stop(); // asks serve() to return; safe from another thread
     // Removes the socket file, when it is still the one that listen() made.
@@ -198,8 +202,15 @@ public:
     long active_connections() const { return activeConnections_.load(); } // being served now
 
 private:
+    struct Job {
+        int fd;
+        uint64_t id;
+    };
+
     // Serves fd on a thread of its own (true), or answers a refusal (false: fd is the caller's).
-    bool admit(int fd, uint64_t id, const ServiceHandler &handler);
+    bool admit(int fd, uint64_t id);
+    // A serving thread: takes connections until none came for a while or the server stops.
+    void work();
     // Answers the refusal on fd, which stays open, and logs it.
     void refuse(int fd, const std::string &reason);
     // Answers the requests of one connection until it closes; closes fd.
@@ -211,6 +222,13 @@ private:
     ServiceLimits limits_;
     std::atomic<bool> stopping_{false};
     std::atomic<long> activeConnections_{0};
+    ServiceHandler handler_;
+    // The serving threads and the connections waiting for one.
+    std::mutex workMutex_;
+    std::condition_variable workChanged_;
+    std::vector<Job> jobs_;
+    long idleWorkers_ = 0;
+    long workers_ = 0;
     // Refusals are logged at most once a second; the next line counts those left out.
     int64_t lastRefusalLogMs_ = -1;
     unsigned long refusalsNotLogged_ = 0;

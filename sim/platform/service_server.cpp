@@ -1,5 +1,5 @@
 // The server side of the service's socket: listening on it, admitting connections, and
-// answering the requests of each on a thread of its own.
+// answering the requests of each on a thread of its own, taken from the threads kept waiting.
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
@@ -154,8 +154,12 @@ ServiceLimits service_limits_from_env()
 ServiceServer::~ServiceServer()
 {
     stop();
-    while (activeConnections_.load() > 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    {
+        // Serving threads see the stop within a slice of their wait for a request.
+        std::unique_lock<std::mutex> hold(workMutex_);
+        workChanged_.notify_all();
+        workChanged_.wait(hold, [this] { return workers_ == 0; });
+    }
     if (listenFd_ >= 0)
         close(listenFd_);
 }
@@ -209,6 +213,9 @@ void ServiceServer::unlink_socket()
 void ServiceServer::stop()
 {
     stopping_ = true;
+    // Under the lock: a thread between its check and its wait would miss a bare notify.
+    std::lock_guard<std::mutex> hold(workMutex_);
+    workChanged_.notify_all();
 }
 
 void ServiceServer::refuse(int fd, const std::string &reason)
@@ -235,6 +242,8 @@ void ServiceServer::serve(const ServiceHandler &handler)
         uint64_t ms = static_cast<uint64_t>(kServiceIdleUnits) * cmf_unit_ms();
         limits_.idleMs = ms > 0x7fffffff ? 0x7fffffff : static_cast<uint32_t>(ms);
     }
+    handler_ = handler;
+    jobs_.reserve(limits_.maxConnections);
     uint64_t nextId = 1;
     while (!stopping_.load()) {
         pollfd p{listenFd_, POLLIN, 0};
@@ -251,7 +260,7 @@ void ServiceServer::serve(const ServiceHandler &handler)
         // Whatever fails while a connection is admitted ends that connection, never the server.
         bool handedOver = false;
         try {
-            handedOver = admit(fd, nextId++, handler);
+            handedOver = admit(fd, nextId++);
         } catch (const std::exception &) {
         }
         if (!handedOver)
@@ -259,7 +268,7 @@ void ServiceServer::serve(const ServiceHandler &handler)
     }
 }
 
-bool ServiceServer::admit(int fd, uint64_t id, const ServiceHandler &handler)
+bool ServiceServer::admit(int fd, uint64_t id)
 {
     ucred peer{};
     socklen_t size = sizeof peer;
@@ -277,22 +286,50 @@ bool ServiceServer::admit(int fd, uint64_t id, const ServiceHandler &handler)
         return false;
     }
     ++activeConnections_;
+    std::lock_guard<std::mutex> hold(workMutex_);
+    // At most maxConnections wait or are served: the room reserved in serve() is enough.
+    jobs_.push_back(Job{fd, id});
+    if (idleWorkers_ >= static_cast<long>(jobs_.size())) {
+        workChanged_.notify_one();
+        return true;
+    }
     try {
-        std::thread([this, fd, id, handler]() {
-            try {
-                serveConnection(fd, id, handler);
-            } catch (const std::exception &) {
-                // Only the connection ends: its client sees it closed.
-            }
-            close(fd);
-            --activeConnections_;
-        }).detach();
+        std::thread(&ServiceServer::work, this).detach();
+        ++workers_;
         return true;
     } catch (const std::exception &) {
+        jobs_.pop_back();
         --activeConnections_;
         refuse(fd, "no thread to serve it");
         return false;
     }
+}
+
+void ServiceServer::work()
+{
+    constexpr auto kIdleThreadLife = std::chrono::seconds(30);
+    std::unique_lock<std::mutex> hold(workMutex_);
+    for (;;) {
+        ++idleWorkers_;
+        bool woken = workChanged_.wait_for(hold, kIdleThreadLife, [this] { return !jobs_.empty() || stopping_.load(); });
+        --idleWorkers_;
+        if (!woken || jobs_.empty())
+            break;
+        Job job = jobs_.front();
+        jobs_.erase(jobs_.begin());
+        hold.unlock();
+        try {
+            serveConnection(job.fd, job.id, handler_);
+        } catch (const std::exception &) {
+            // Only the connection ends: its client sees it closed.
+        }
+        close(job.fd);
+        --activeConnections_;
+        hold.lock();
+    }
+    // The last thing done with the server: its destructor may run once the count reaches 0.
+    --workers_;
+    workChanged_.notify_all();
 }
 
 void ServiceServer::serveConnection(int fd, uint64_t id, const ServiceHandler &handler)

@@ -547,12 +547,10 @@ TEST_F(GuardTest, IdleConnectionsAreBoundedAndAClientBeyondIsRefusedAtOnce)
     ASSERT_GT(pid, 0);
     // The connection that service_start made to see the service up may still hold a slot for a
     // moment, or not even be accepted yet: one answered request proves it was accepted (the
-    // service accepts in order); then start counting once the service serves nobody (its main
-    // thread alone).
+    // service accepts in order). The threads that served these two are kept for the next
+    // connections: the main thread and at most those two.
     ASSERT_EQ(ask(dir, req(14, ND_CLI_OPT_SHOW, {CmfItem::u32(11, 0)})), ndwire::kCmfNoMore);
-    for (int wait = 0; wait < 200 && statusNumber(static_cast<pid_t>(pid), "Threads") > 1; ++wait)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    ASSERT_EQ(statusNumber(static_cast<pid_t>(pid), "Threads"), 1);
+    ASSERT_LE(statusNumber(static_cast<pid_t>(pid), "Threads"), 3);
     constexpr int kPeers = 100;
     Fds idle;
     for (int i = 0; i < kPeers; ++i) {

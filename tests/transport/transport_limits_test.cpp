@@ -12,6 +12,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -367,6 +368,62 @@ TEST_F(TransportLimitsTest, AnIdleConnectionIsClosedAfterTheIdleTimeout)
     EXPECT_GE(waited, std::chrono::milliseconds(150));
     EXPECT_LT(waited, std::chrono::milliseconds(1500));
     EXPECT_TRUE(service.settlesAt(0));
+}
+
+TEST_F(TransportLimitsTest, ConnectionsOneAfterAnotherAreServedByTheThreadThatServedTheFirst)
+{
+    std::mutex mutex;
+    std::set<std::thread::id> servers;
+    LimitedService service(limits(4, 60000), [&](const CmfRequest &r, ndplat::ServiceConnection &c) {
+        std::lock_guard<std::mutex> hold(mutex);
+        servers.insert(std::this_thread::get_id());
+        return answerArgIndex(r, c);
+    });
+    ASSERT_TRUE(service.ok());
+    for (uint32_t i = 1; i <= 20; ++i) {
+        CmfResponse response;
+        ASSERT_TRUE(exchange(service.socket(), request(14, i), response)) << i;
+        ASSERT_EQ(response.items.size(), 1u);
+        EXPECT_EQ(response.items[0].as_u32(), i);
+        ASSERT_TRUE(service.settlesAt(0)) << i;
+    }
+    std::lock_guard<std::mutex> hold(mutex);
+    EXPECT_EQ(servers.size(), 1u);
+}
+
+TEST_F(TransportLimitsTest, AKeptThreadBusyWithOneConnectionLeavesTheNextToAnotherThread)
+{
+    // The request with argument index 1 waits until the one with index 2 has been answered:
+    // both are answered only when they are served at once.
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool secondAnswered = false;
+    LimitedService service(limits(4, 60000), [&](const CmfRequest &r, ndplat::ServiceConnection &) {
+        std::unique_lock<std::mutex> hold(mutex);
+        CmfResponse response;
+        if (r.argIndex == 1) {
+            bool released = changed.wait_for(hold, std::chrono::seconds(5), [&] { return secondAnswered; });
+            response.items.push_back(CmfItem::u32(14, released ? 1 : 0));
+        } else {
+            secondAnswered = secondAnswered || r.argIndex == 2;
+            changed.notify_all();
+            response.items.push_back(CmfItem::u32(14, r.argIndex));
+        }
+        return response;
+    });
+    ASSERT_TRUE(service.ok());
+    CmfResponse warmUp;
+    ASSERT_TRUE(exchange(service.socket(), request(14, 3), warmUp)); // leaves a kept thread
+    ASSERT_TRUE(service.settlesAt(0));
+    CmfResponse first, second;
+    std::thread waiting([&] { EXPECT_TRUE(exchange(service.socket(), request(14, 1), first)); });
+    bool firstServed = service.settlesAt(1);
+    EXPECT_TRUE(firstServed);
+    EXPECT_TRUE(exchange(service.socket(), request(14, 2), second));
+    waiting.join();
+    ASSERT_TRUE(firstServed);
+    ASSERT_EQ(first.items.size(), 1u);
+    EXPECT_EQ(first.items[0].as_u32(), 1u) << "the first request was released by the second";
 }
 
 TEST_F(TransportLimitsTest, TheDefaultIdleTimeoutIsSixTimesThePlugInsContextTimeout)
