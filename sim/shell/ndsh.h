@@ -149,7 +149,7 @@ public:
 
 private:
     // Under mutex_: what the drain thread and the command's thread share.
-    bool drain_locked(bool all); // false once no writer is left
+    void drain_locked(bool all);
     void filter(std::string_view text, bool final);
     void filter_line(std::string_view line);
     void filter_context(std::string_view text, bool match);
@@ -160,6 +160,7 @@ private:
 
     void drain_loop();
     bool start_capture(std::string &error);
+    bool open_capture(std::string &error);
     void stop_capture();
 
     bool interactive_ = false;

@@ -129,42 +129,46 @@ bool Output::begin(const Modifier &modifier, std::string &error)
         ++nested_;
         return true;
     }
-    modifier_ = modifier;
-    gInterrupted = 0;
-    quit_ = false;
-    begun_ = false;
-    pending_.clear();
-    partial_.clear();
-    before_.clear();
-    afterLeft_ = 0;
-    lineNo_ = 0;
-    lastShown_ = 0;
-    counted_ = 0;
-    section_.clear();
-    sectionMatch_ = false;
-    linesShown_ = 0;
-    switch (modifier.kind) {
-    case Modifier::Kind::Count:
-        if (modifier.pattern.empty())
-            break; // every line counts
-        [[fallthrough]];
-    case Modifier::Kind::Begin:
-    case Modifier::Kind::Include:
-    case Modifier::Kind::IncludeContext:
-    case Modifier::Kind::Exclude:
-    case Modifier::Kind::Section:
-        pattern_ = compile_pattern(modifier.pattern, error);
-        if (!pattern_)
-            return false;
-        break;
-    case Modifier::Kind::Redirect:
-        if (!redirect_.open(Session::instance().state_dir() + "/flash", modifier.pattern, error))
-            return false;
-        break;
-    case Modifier::Kind::None:
-        break;
+    {
+        // The drain thread lives between commands: it finds the state reset whole or not at all.
+        std::lock_guard<std::mutex> hold(mutex_);
+        modifier_ = modifier;
+        gInterrupted = 0;
+        quit_ = false;
+        begun_ = false;
+        pending_.clear();
+        partial_.clear();
+        before_.clear();
+        afterLeft_ = 0;
+        lineNo_ = 0;
+        lastShown_ = 0;
+        counted_ = 0;
+        section_.clear();
+        sectionMatch_ = false;
+        linesShown_ = 0;
+        switch (modifier.kind) {
+        case Modifier::Kind::Count:
+            if (modifier.pattern.empty())
+                break; // every line counts
+            [[fallthrough]];
+        case Modifier::Kind::Begin:
+        case Modifier::Kind::Include:
+        case Modifier::Kind::IncludeContext:
+        case Modifier::Kind::Exclude:
+        case Modifier::Kind::Section:
+            pattern_ = compile_pattern(modifier.pattern, error);
+            if (!pattern_)
+                return false;
+            break;
+        case Modifier::Kind::Redirect:
+            if (!redirect_.open(Session::instance().state_dir() + "/flash", modifier.pattern, error))
+                return false;
+            break;
+        case Modifier::Kind::None:
+            break;
+        }
+        paging_ = interactive_ && length() > 0 && modifier.kind != Modifier::Kind::Redirect;
     }
-    paging_ = interactive_ && length() > 0 && modifier.kind != Modifier::Kind::Redirect;
     if (!start_capture(error)) {
         pattern_.reset();
         redirect_.discard();
@@ -176,38 +180,47 @@ bool Output::begin(const Modifier &modifier, std::string &error)
 
 bool Output::start_capture(std::string &error)
 {
+    if (!open_capture(error))
+        return false;
+    fflush(stdout);
+    savedFd_.reset(fcntl(1, F_DUPFD_CLOEXEC, 3));
+    if (!savedFd_ || dup2(captureWrite_.get(), 1) != 1) {
+        error = std::string("% Cannot capture the command's output (") + strerror(errno) + ").";
+        savedFd_.reset();
+        return false;
+    }
+    capturing_ = true;
+    return true;
+}
+
+// The pipe and the thread that drains it are made by the first command and serve every later
+// one: a command then costs two dup2 calls, not a thread, a pipe and an eventfd.
+bool Output::open_capture(std::string &error)
+{
+    if (drainer_.joinable())
+        return true;
     auto fail = [&](int why) {
         error = std::string("% Cannot capture the command's output (") + strerror(why) + ").";
         captureRead_.reset();
+        captureWrite_.reset();
         wake_.reset();
-        savedFd_.reset();
         return false;
     };
     int fds[2];
     if (pipe2(fds, O_CLOEXEC) != 0)
         return fail(errno);
     captureRead_.reset(fds[0]);
-    UniqueFd writeEnd(fds[1]);
+    captureWrite_.reset(fds[1]);
     if (fcntl(captureRead_.get(), F_SETFL, O_NONBLOCK) != 0)
         return fail(errno);
     wake_.reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!wake_)
-        return fail(errno);
-    fflush(stdout);
-    savedFd_.reset(fcntl(1, F_DUPFD_CLOEXEC, 3));
-    if (!savedFd_)
         return fail(errno);
     try {
         drainer_ = std::thread(&Output::drain_loop, this);
     } catch (const std::system_error &e) {
         return fail(e.code().value());
     }
-    if (dup2(writeEnd.get(), 1) != 1) {
-        int why = errno;
-        stop_capture();
-        return fail(why);
-    }
-    capturing_ = true;
     return true;
 }
 
@@ -219,15 +232,16 @@ void Output::stop_capture()
     while (::write(wake_.get(), &one, sizeof one) < 0 && errno == EINTR) {
     }
     drainer_.join();
+    captureRead_.reset();
+    captureWrite_.reset();
+    wake_.reset();
 }
 
 void Output::drain_loop()
 {
-    bool writers = true;
     for (;;) {
         pollfd fds[2] = {{wake_.get(), POLLIN, 0}, {captureRead_.get(), POLLIN, 0}};
-        // Once no writer is left the pipe stays readable (at its end): then only the wake-up counts.
-        if (poll(fds, writers ? 2 : 1, -1) < 0) {
+        if (poll(fds, 2, -1) < 0) {
             if (errno == EINTR)
                 continue;
             return;
@@ -236,23 +250,21 @@ void Output::drain_loop()
             return;
         if (fds[1].revents) {
             std::lock_guard<std::mutex> hold(mutex_);
-            writers = drain_locked(false);
+            drain_locked(false);
         }
     }
 }
 
-bool Output::drain_locked(bool all)
+void Output::drain_locked(bool all)
 {
     char buffer[kReadChunk];
-    bool writers = true;
     for (;;) {
+        // The shell holds the write end: an empty pipe reads as EAGAIN, never as its end.
         ssize_t n = ::read(captureRead_.get(), buffer, sizeof buffer);
         if (n < 0 && errno == EINTR)
             continue;
-        if (n <= 0) {
-            writers = n < 0; // 0: the end of the pipe; EAGAIN: nothing more for now
+        if (n <= 0)
             break;
-        }
         pending_.append(buffer, static_cast<size_t>(n));
         if (pending_.size() >= kHandOnBytes) {
             filter(pending_, false);
@@ -265,7 +277,6 @@ bool Output::drain_locked(bool all)
         filter(pending_, false);
         pending_.clear();
     }
-    return writers;
 }
 
 void Output::sync()
@@ -289,13 +300,12 @@ bool Output::end()
         fflush(stdout);
         dup2(savedFd_.get(), 1);
         savedFd_.reset();
-        stop_capture();
+        // Every write of the command is in the pipe by now; what the drain thread took is
+        // in pending_ once its lock is free.
         {
             std::lock_guard<std::mutex> hold(mutex_);
             drain_locked(true);
         }
-        captureRead_.reset();
-        wake_.reset();
         capturing_ = false;
     }
     {
