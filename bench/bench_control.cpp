@@ -1,7 +1,9 @@
 #include "bench_control.h"
 
+#include <dirent.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -190,6 +192,32 @@ long statusKiB(long pid, const char *field)
         if (line.compare(0, len, field) == 0 && line.size() > len && line[len] == ':')
             return atol(line.c_str() + len + 1);
     return -1;
+}
+
+double threadsCpuMs(long pid)
+{
+    std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    DIR *dir = opendir(tasks.c_str());
+    if (!dir)
+        return -1;
+    double ns = 0;
+    while (dirent *e = readdir(dir)) {
+        if (e->d_name[0] == '.')
+            continue;
+        std::ifstream in(tasks + "/" + e->d_name + "/schedstat");
+        double onCpu = 0;
+        if (in >> onCpu)
+            ns += onCpu;
+    }
+    closedir(dir);
+    return ns / 1e6;
+}
+
+double ownCpuMs()
+{
+    timespec t{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &t);
+    return static_cast<double>(t.tv_sec) * 1e3 + static_cast<double>(t.tv_nsec) / 1e6;
 }
 
 } // namespace ndbench

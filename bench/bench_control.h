@@ -60,5 +60,10 @@ private:
 
 // A field of /proc/<pid>/status (VmRSS, VmHWM) in KiB; -1 when it cannot be read.
 long statusKiB(long pid, const char *field);
+// The processor time that every thread of process pid now running has used, in ms (from the
+// scheduler's nanosecond counts); -1 when unknown.
+double threadsCpuMs(long pid);
+// The processor time of this process so far, in ms.
+double ownCpuMs();
 
 } // namespace ndbench

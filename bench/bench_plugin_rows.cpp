@@ -31,6 +31,32 @@ double timeListing(SHELL_CMD_FN handler, std::vector<std::string> words, const s
     return sinceMs(t0);
 }
 
+// The processor time that the plug-in's process and the service spent on one listing.
+struct ListingCpu {
+    std::vector<double> plugIn, service;
+    void add(double plugInMs, double serviceMs)
+    {
+        plugIn.push_back(plugInMs);
+        service.push_back(serviceMs);
+    }
+    std::string note(const std::string &listing) const
+    {
+        return listing + ", processor time (medians): the plug-in's process " + figure(median(plugIn)) +
+               " ms, ndsvc " + figure(median(service)) + " ms";
+    }
+};
+
+// The wall time of one listing into `listing`, and the processor time spent on it.
+double timedListing(SHELL_CMD_FN handler, std::vector<std::string> words, const std::string &listing, long servicePid,
+                    ListingCpu &cpu)
+{
+    double own = ownCpuMs();
+    double service = threadsCpuMs(servicePid);
+    double ms = timeListing(handler, std::move(words), listing);
+    cpu.add(ownCpuMs() - own, threadsCpuMs(servicePid) - service);
+    return ms;
+}
+
 // The two listings, and the service's memory once it has served them.
 void measureListings(Bench &bench, const std::string &listing, long servicePid)
 {
@@ -43,11 +69,13 @@ void measureListings(Bench &bench, const std::string &listing, long servicePid)
     }
     const std::string total = "Total number: " + std::to_string(bench.sizes.dynamicBinds);
     long peakKiB = 0;
+    ListingCpu userBindCpu, hostsCpu;
     for (int r = 0; r < bench.runs; ++r) {
-        double ms = timeListing(userBind, {"show", "nd", "snooping", "user-bind", "dynamic"}, listing);
+        double ms = timedListing(userBind, {"show", "nd", "snooping", "user-bind", "dynamic"}, listing, servicePid,
+                                 userBindCpu);
         bench.row(kUserBind).record(readFile(listing).find(total) != std::string::npos, ms,
                                     "the listing did not end with \"" + total + "\"");
-        ms = timeListing(hosts, {"show", "ipv6", "nd", "host", "vxlan"}, listing);
+        ms = timedListing(hosts, {"show", "ipv6", "nd", "host", "vxlan"}, listing, servicePid, hostsCpu);
         // The rows are counted: the total line under this table counts the last answer only.
         size_t listed = countOf(readFile(listing), "2001:db8:a::");
         bench.row(kHosts).record(listed == bench.sizes.vxlanHosts, ms,
@@ -56,6 +84,8 @@ void measureListings(Bench &bench, const std::string &listing, long servicePid)
         peakKiB = std::max(peakKiB, statusKiB(servicePid, "VmHWM"));
         bench.row(kMemory).record(rss > 0, rss / 1024.0, "no VmRSS for ndsvc pid " + std::to_string(servicePid));
     }
+    bench.notes.push_back(userBindCpu.note("user-bind listing"));
+    bench.notes.push_back(hostsCpu.note("VXLAN host listing"));
     if (peakKiB > 0)
         bench.notes.push_back("ndsvc peak resident size (VmHWM) after the listings: " + figure(peakKiB / 1024.0) + " MiB");
 }

@@ -42,12 +42,6 @@ std::string cpuModel()
     return "unknown";
 }
 
-double median(const std::vector<double> &sorted)
-{
-    size_t n = sorted.size();
-    return n % 2 ? sorted[n / 2] : (sorted[n / 2 - 1] + sorted[n / 2]) / 2;
-}
-
 // One row of the table; its failure, if any, becomes a note.
 void printRow(const Row &row, std::vector<std::string> &notes)
 {
@@ -109,6 +103,15 @@ bool printTable(const std::vector<Row> &rows, const std::vector<bool> &shown, st
         printf("- %s\n", note.c_str());
     printf("- load average at the end: %s\n", loadAverage().c_str());
     return complete;
+}
+
+double median(std::vector<double> values)
+{
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    size_t n = values.size();
+    return n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
 } // namespace ndbench

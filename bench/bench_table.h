@@ -35,6 +35,7 @@ struct Row {
 };
 
 std::string withThousands(uint64_t n);
+double median(std::vector<double> values); // 0 for none
 // A figure as printed: two decimals below 10, one below 100, none above.
 std::string figure(double v);
 
