@@ -12,6 +12,9 @@ namespace ndplat {
 int unix_socket_connect(const std::string &path);
 // Whether something accepts connections on the socket at path.
 bool unix_socket_accepts(const std::string &path);
+// Whether bytes (or the end of the stream) arrive on fd within a few tens of microseconds,
+// waited for awake; false at once on a machine with one processor.
+bool readable_soon(int fd);
 // Milliseconds left until deadline, 0 once it has passed.
 int ms_until(std::chrono::steady_clock::time_point deadline);
 // "ndcmf <side>: <text>" on stderr, flushed.

@@ -51,6 +51,8 @@ int64_t nowMs()
 // the server stopping.
 bool awaitRequest(int fd, uint32_t idleMs, const std::atomic<bool> &stopping)
 {
+    if (readable_soon(fd))
+        return !stopping.load();
     auto idleDeadline = Clock::now() + std::chrono::milliseconds(idleMs);
     bool ready = false;
     while (!stopping.load() && !ready) {

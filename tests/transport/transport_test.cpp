@@ -14,6 +14,7 @@
 #include <mutex>
 #include <thread>
 
+#include "cmf_io.h"
 #include "nd_cli.h"
 #include "ndplat_service.h"
 #include "test_support.h"
@@ -272,6 +273,37 @@ TEST(Framing, MalformedBodiesAreRejectedWithTheirReason)
 }
 
 // ---- the client over the socket -------------------------------------------------------------------
+
+// A socket pair, both ends closed when the guard ends.
+struct SocketPair {
+    int fds[2] = {-1, -1};
+    SocketPair() { socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds); }
+    ~SocketPair()
+    {
+        for (int fd : fds)
+            if (fd >= 0)
+                close(fd);
+    }
+};
+
+TEST(AwakeWait, SeesBytesThatAreThereOrComeAndGivesUpSoonOnSilence)
+{
+    SocketPair pair;
+    ASSERT_GE(pair.fds[0], 0);
+    auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(ndplat::readable_soon(pair.fds[0]));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100)) << "a short window, no sleep";
+
+    ASSERT_EQ(write(pair.fds[1], "x", 1), 1);
+    EXPECT_EQ(ndplat::readable_soon(pair.fds[0]), std::thread::hardware_concurrency() > 1);
+    char c = 0;
+    ASSERT_EQ(read(pair.fds[0], &c, 1), 1);
+
+    // The end of the stream counts as readable too: the reader then finds the peer gone.
+    close(pair.fds[1]);
+    pair.fds[1] = -1;
+    EXPECT_EQ(ndplat::readable_soon(pair.fds[0]), std::thread::hardware_concurrency() > 1);
+}
 
 TEST_F(TransportTest, RequestAndResponseCrossTheSocket)
 {
