@@ -195,7 +195,7 @@ public:
     // neither this process's nor root, is answered a refusal and closed, with one line on
     // stderr.
     void serve(const ServiceHandler &handler);
-    void stop(); // asks serve() to return; safe from another thread
+    void stop(); // asks serve() to return; safe from another thread and from a signal handler
     // Removes the socket file, when it is still the one that listen() made.
     void unlink_socket();
     const std::string &path() const { return path_; }                     // the socket listened on

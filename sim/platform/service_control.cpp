@@ -7,7 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -161,6 +164,16 @@ bool processGone(pid_t pid)
         }
     }
     return kill(pid, 0) != 0 && errno == ESRCH;
+}
+
+// Ended and waiting to be reaped by a parent that is not this process. Only its first thread
+// is known to have ended: the others may still hold its files.
+bool processZombie(pid_t pid)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string stat((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    size_t close = stat.rfind(')');
+    return close != std::string::npos && close + 2 < stat.size() && (stat[close + 2] == 'Z' || stat[close + 2] == 'X');
 }
 
 } // namespace
@@ -362,17 +375,25 @@ bool service_stop(const std::string &stateDirIn, bool hard)
         return false; // the pid file does not name the service that runs
     if (kill(static_cast<pid_t>(pid), hard ? SIGKILL : SIGTERM) != 0)
         return errno == ESRCH;
+    // Stopped once it let go of the lock, which it holds to its very end (its last thread
+    // closes it); then it is waited for a little longer to be gone as a process too. A
+    // service that another shell started stays that shell's zombie until it is reaped there,
+    // which counts as gone.
+    constexpr auto kExitGrace = std::chrono::seconds(2);
     auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (std::chrono::steady_clock::now() < deadline) {
-        // Gone once it let go of the lock: a service that another shell started stays that
-        // shell's zombie until it is reaped there, but it no longer holds anything.
-        if (processGone(static_cast<pid_t>(pid)) || service_lock_holder(stateDir) != pid) {
-            reapChildren();
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::optional<std::chrono::steady_clock::time_point> released;
+    bool stopped = false;
+    while (!stopped && std::chrono::steady_clock::now() < deadline) {
+        if (!released && service_lock_holder(stateDir) != pid)
+            released = std::chrono::steady_clock::now();
+        stopped = processGone(static_cast<pid_t>(pid)) ||
+                  (released && (processZombie(static_cast<pid_t>(pid)) ||
+                                std::chrono::steady_clock::now() - *released > kExitGrace));
+        if (!stopped)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
-    return false;
+    reapChildren();
+    return stopped;
 }
 
 void service_attach(const std::string &stateDirIn)

@@ -157,7 +157,8 @@ ServiceServer::~ServiceServer()
 {
     stop();
     {
-        // Serving threads see the stop within a slice of their wait for a request.
+        // Under the lock: a thread between its check of the flag and its wait would miss a
+        // bare notify.
         std::unique_lock<std::mutex> hold(workMutex_);
         workChanged_.notify_all();
         workChanged_.wait(hold, [this] { return workers_ == 0; });
@@ -214,10 +215,9 @@ void ServiceServer::unlink_socket()
 
 void ServiceServer::stop()
 {
+    // Called from signal handlers: the flag alone. Threads that serve a connection see it
+    // within a slice of their wait; the idle ones are woken by the destructor.
     stopping_ = true;
-    // Under the lock: a thread between its check and its wait would miss a bare notify.
-    std::lock_guard<std::mutex> hold(workMutex_);
-    workChanged_.notify_all();
 }
 
 void ServiceServer::refuse(int fd, const std::string &reason)
