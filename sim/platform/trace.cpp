@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <string_view>
 
 #include "ndplat.h"
 
@@ -25,7 +26,10 @@ struct TraceState {
     std::mutex mutex;
     std::vector<std::string> lines;
     FILE *echo = nullptr;
-    std::map<std::string, Fault> faults;
+    std::map<std::string, Fault, std::less<>> faults;
+    // Whether faults holds any: every platform call asks, and almost always none is armed.
+    std::atomic<bool> armed{false};
+    void faultsChanged() { armed.store(!faults.empty(), std::memory_order_release); }
 };
 
 TraceState &state()
@@ -46,6 +50,7 @@ void resetTraceAndFaults()
     std::lock_guard<std::mutex> hold(s.mutex);
     s.lines.clear();
     s.faults.clear();
+    s.faultsChanged();
     gRecording = true;
 }
 
@@ -141,6 +146,7 @@ void fault_inject(const std::string &name, int64_t value, uint32_t count, uint32
         s.faults.erase(name);
     else
         s.faults[name] = Fault{value, count, skip};
+    s.faultsChanged();
 }
 
 void fault_clear()
@@ -148,13 +154,16 @@ void fault_clear()
     TraceState &s = state();
     std::lock_guard<std::mutex> hold(s.mutex);
     s.faults.clear();
+    s.faultsChanged();
 }
 
 std::optional<int64_t> fault_next(const char *name)
 {
     TraceState &s = state();
+    if (!s.armed.load(std::memory_order_acquire))
+        return std::nullopt;
     std::lock_guard<std::mutex> hold(s.mutex);
-    auto it = s.faults.find(name);
+    auto it = s.faults.find(std::string_view(name));
     if (it == s.faults.end())
         return std::nullopt;
     if (it->second.skip > 0) {
@@ -162,8 +171,10 @@ std::optional<int64_t> fault_next(const char *name)
         return std::nullopt;
     }
     int64_t value = it->second.value;
-    if (--it->second.remaining == 0)
+    if (--it->second.remaining == 0) {
         s.faults.erase(it);
+        s.faultsChanged();
+    }
     return value;
 }
 
