@@ -34,25 +34,6 @@ Session &S()
     return Session::instance();
 }
 
-std::vector<std::string> words_of(int32_t argc, char **argv)
-{
-    std::vector<std::string> words;
-    for (int32_t i = 0; i < argc; ++i)
-        words.emplace_back(argv[i] ? argv[i] : "");
-    return words;
-}
-
-void say(const std::string &text)
-{
-    printf("%s", text.c_str());
-}
-
-void refuse(const std::string &text)
-{
-    say(text);
-    S().reject();
-}
-
 // Enters the mode of an object once the inventory holds it: an object the database could not
 // store is refused, and the operator stays where they were.
 void enter_stored(const Context &c)
@@ -568,11 +549,6 @@ std::string modifiers()
            "{_WORD_(EN,0,'Destination file name,such as \"/flash/test\"')}}}";
 }
 
-struct Builtin {
-    SHELL_CMD_FN fn;
-    std::string definition;
-};
-
 // The commands that move between modes and create or delete the objects of the inventory.
 std::vector<Builtin> mode_builtins()
 {
@@ -655,10 +631,31 @@ std::vector<Builtin> privileged_builtins()
 
 } // namespace
 
+std::vector<std::string> words_of(int32_t argc, char **argv)
+{
+    std::vector<std::string> words;
+    for (int32_t i = 0; i < argc; ++i)
+        words.emplace_back(argv[i] ? argv[i] : "");
+    return words;
+}
+
+void say(const std::string &text)
+{
+    printf("%s", text.c_str());
+}
+
+void refuse(const std::string &text)
+{
+    say(text);
+    S().reject();
+}
+
 void register_builtins()
 {
     std::vector<Builtin> all = mode_builtins();
     for (Builtin &b : privileged_builtins())
+        all.push_back(std::move(b));
+    for (Builtin &b : switching_builtins())
         all.push_back(std::move(b));
     for (const Builtin &b : all)
         if (cmd_register(b.fn, b.definition.c_str()) != 0)

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 
 #include "ndplat_dbm.h"
 #include "ndsh.h"
@@ -23,19 +24,26 @@ std::string key_of(Inventory::Kind kind, int32_t number)
     return std::string(kKindWords[static_cast<size_t>(kind)]) + " " + std::to_string(number);
 }
 
-// The number at the end of a stored key; false for a key that is not one of ours.
-bool number_of(const ndplat::dbm::Bytes &key, Inventory::Kind kind, int32_t &number)
+constexpr char kAccessVlanWord[] = "access-vlan";
+constexpr char kAddressWord[] = "ipv6-address";
+
+// The number after "<word> " in a stored key; false for a key that is not one of ours.
+bool number_after(const std::string &key, const char *word, int32_t &number)
 {
-    std::string prefix = std::string(kKindWords[static_cast<size_t>(kind)]) + " ";
+    std::string prefix = std::string(word) + " ";
     if (key.size() <= prefix.size() || key.compare(0, prefix.size(), prefix) != 0)
         return false;
-    std::string digits = key.substr(prefix.size());
     char *end = nullptr;
-    long value = strtol(digits.c_str(), &end, 10);
+    long value = strtol(key.c_str() + prefix.size(), &end, 10);
     if (!end || *end != '\0' || value < 0 || value > INT32_MAX)
         return false;
     number = static_cast<int32_t>(value);
     return true;
+}
+
+bool number_of(const ndplat::dbm::Bytes &key, Inventory::Kind kind, int32_t &number)
+{
+    return number_after(key, kKindWords[static_cast<size_t>(kind)], number);
 }
 
 } // namespace
@@ -91,6 +99,8 @@ void Inventory::read_all()
 {
     for (std::set<int32_t> &set : sets_)
         set.clear();
+    access_.clear();
+    addresses_.clear();
     sets_[static_cast<size_t>(Kind::Vlan)].insert(kDefaultVlan);
     loaded_ = store_ != nullptr;
     if (!store_)
@@ -104,6 +114,114 @@ void Inventory::read_all()
                 sets_[k].insert(number);
         }
     }
+    read_settings();
+}
+
+void Inventory::read_settings()
+{
+    std::vector<ndplat::dbm::Bytes> keys;
+    store_->keys(kAccessVlanType, keys);
+    for (const ndplat::dbm::Bytes &key : keys) {
+        int32_t port = 0, vlan = 0;
+        if (number_after(key, kAccessVlanWord, port) &&
+            store_->read(key, &vlan, sizeof vlan) == static_cast<int32_t>(sizeof vlan) && vlan != kDefaultVlan)
+            access_[port] = vlan;
+    }
+    keys.clear();
+    store_->keys(kAddressType, keys);
+    for (const ndplat::dbm::Bytes &key : keys) {
+        // "ipv6-address <vlan> <address/length>"
+        size_t space = key.find(' ', strlen(kAddressWord) + 1);
+        int32_t vlan = 0;
+        if (space != std::string::npos && number_after(key.substr(0, space), kAddressWord, vlan))
+            addresses_[vlan].insert(key.substr(space + 1));
+    }
+}
+
+int32_t Inventory::access_vlan(int32_t portId) const
+{
+    auto it = access_.find(portId);
+    return it == access_.end() ? kDefaultVlan : it->second;
+}
+
+const std::set<std::string> &Inventory::addresses(int32_t vlanIf) const
+{
+    static const std::set<std::string> none;
+    auto it = addresses_.find(vlanIf);
+    return it == addresses_.end() ? none : it->second;
+}
+
+bool Inventory::store(const std::string &key, uint32_t type, const void *value, uint32_t length, std::string &error)
+{
+    if (!open() || store_->write(key, type, value, length) != 0) {
+        error = "% Cannot store " + key + ": " + why_not() + ".";
+        return false;
+    }
+    return true;
+}
+
+bool Inventory::erase(const std::string &key, std::string &error)
+{
+    if (!open() || store_->erase(key) != 0) {
+        error = "% Cannot remove " + key + ": " + why_not() + ".";
+        return false;
+    }
+    return true;
+}
+
+bool Inventory::set_access_vlan(int32_t portId, int32_t vlan, std::string &error)
+{
+    std::string key = std::string(kAccessVlanWord) + " " + std::to_string(portId);
+    if (vlan == kDefaultVlan) {
+        if (!erase(key, error))
+            return false;
+        access_.erase(portId);
+        return true;
+    }
+    if (!store(key, kAccessVlanType, &vlan, sizeof vlan, error))
+        return false;
+    access_[portId] = vlan;
+    return true;
+}
+
+bool Inventory::add_address(int32_t vlanIf, const std::string &prefix, std::string &error)
+{
+    std::string key = std::string(kAddressWord) + " " + std::to_string(vlanIf) + " " + prefix;
+    if (!store(key, kAddressType, prefix.data(), static_cast<uint32_t>(prefix.size()), error))
+        return false;
+    addresses_[vlanIf].insert(prefix);
+    return true;
+}
+
+bool Inventory::remove_address(int32_t vlanIf, const std::string &prefix, std::string &error)
+{
+    std::string key = std::string(kAddressWord) + " " + std::to_string(vlanIf) + " " + prefix;
+    if (!erase(key, error))
+        return false;
+    auto it = addresses_.find(vlanIf);
+    if (it != addresses_.end() && it->second.erase(prefix) && it->second.empty())
+        addresses_.erase(it);
+    return true;
+}
+
+bool Inventory::remove_dependents(Kind kind, int32_t number, std::string &error)
+{
+    if (kind == Kind::Vlan) {
+        std::vector<int32_t> ports;
+        for (const auto &[port, vlan] : access_)
+            if (vlan == number)
+                ports.push_back(port);
+        for (int32_t port : ports)
+            if (!set_access_vlan(port, kDefaultVlan, error))
+                return false;
+    }
+    if (kind == Kind::VlanIf) {
+        std::set<std::string> held = addresses(number);
+        for (const std::string &prefix : held)
+            if (!remove_address(number, prefix, error))
+                return false;
+    }
+    return true;
 }
 
 // Writes even what seems present: another shell may have removed it since this one looked.
@@ -122,6 +240,8 @@ bool Inventory::remove(Kind kind, int32_t number, std::string &error)
 {
     if (!has(kind, number))
         return true;
+    if (!remove_dependents(kind, number, error))
+        return false;
     if (!open() || store_->erase(key_of(kind, number)) != 0) {
         error = "% Cannot remove " + key_of(kind, number) + ": " + why_not() + ".";
         return false;
@@ -140,6 +260,11 @@ bool Inventory::reset(std::string &error)
                 !remove(static_cast<Kind>(k), n, error))
                 return false;
     }
+    // Records of ports whose VLAN the inventory did not hold.
+    std::map<int32_t, int32_t> ports = access_;
+    for (const auto &[port, vlan] : ports)
+        if (!set_access_vlan(port, kDefaultVlan, error))
+            return false;
     return true;
 }
 

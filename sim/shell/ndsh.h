@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cstdint>
 #include <ctime>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -225,18 +226,39 @@ public:
     // then nothing changed. Removing what is not there stores nothing.
     bool add(Kind kind, int32_t number, std::string &error);
     bool remove(Kind kind, int32_t number, std::string &error);
-    // Removes every object but the default VLAN (a reload).
+    // Removes every object but the default VLAN, and every setting (a reload).
     bool reset(std::string &error);
+
+    // The access VLAN of each layer-2 port: kDefaultVlan unless another one is stored. Storing
+    // kDefaultVlan removes the record. Removing a VLAN puts its ports back into the default one.
+    int32_t access_vlan(int32_t portId) const;
+    const std::map<int32_t, int32_t> &access_vlans() const { return access_; }
+    bool set_access_vlan(int32_t portId, int32_t vlan, std::string &error);
+    // The IPv6 addresses of each VLAN interface, as "address/length" in the address's
+    // canonical text. Removing the interface removes its addresses.
+    const std::set<std::string> &addresses(int32_t vlanIf) const;
+    bool add_address(int32_t vlanIf, const std::string &prefix, std::string &error);
+    bool remove_address(int32_t vlanIf, const std::string &prefix, std::string &error);
     // Lets go of the database (before its file is set aside).
     void close();
 
 private:
     static constexpr size_t kKinds = static_cast<size_t>(Kind::Mgmt) + 1;
+    // The value types of the settings' records, after the kinds of objects.
+    static constexpr uint32_t kAccessVlanType = 20;
+    static constexpr uint32_t kAddressType = 21;
     bool open();
     void read_all();
+    void read_settings();
     std::string why_not() const;
+    bool store(const std::string &key, uint32_t type, const void *value, uint32_t length, std::string &error);
+    bool erase(const std::string &key, std::string &error);
+    // The settings that depend on an object about to be removed.
+    bool remove_dependents(Kind kind, int32_t number, std::string &error);
 
     std::set<int32_t> sets_[kKinds];
+    std::map<int32_t, int32_t> access_;                  // port ID -> VLAN, other than the default
+    std::map<int32_t, std::set<std::string>> addresses_; // VLAN interface -> its addresses
     std::unique_ptr<ndplat::dbm::Connection> store_;
     uint64_t version_ = 0;
     bool loaded_ = false;
@@ -356,6 +378,18 @@ private:
 
 // Registers the shell's own commands in the platform's command tree.
 void register_builtins();
+
+// What the shell's own commands share: a command handler and its definition, the words it was
+// given, and how it answers. refuse() also marks the line as not carried out (a script stops).
+struct Builtin {
+    SHELL_CMD_FN fn;
+    std::string definition;
+};
+std::vector<std::string> words_of(int32_t argc, char **argv);
+void say(const std::string &text);
+void refuse(const std::string &text);
+// The port and VLAN-interface settings of a switch: access VLANs and IPv6 addresses.
+std::vector<Builtin> switching_builtins();
 
 // ---- running configuration ----------------------------------------------------------------
 // Writes the running configuration on fd: the shell's lines and, section by section, what the

@@ -132,9 +132,15 @@ bool write_layer3_sections(Writer &w, const Inventory &inv)
     auto layer3 = [&](const std::string &header, const std::string &name, uint32_t kind) {
         return w.section(header, [&] { w.run(kind, 0, reinterpret_cast<uintptr_t>(name.c_str())); });
     };
-    for (int32_t n : inv.of(Kind::VlanIf))
-        if (!layer3("interface vlan " + std::to_string(n), "vlan" + std::to_string(n), kKindVlanIf))
+    for (int32_t n : inv.of(Kind::VlanIf)) {
+        std::string name = "vlan" + std::to_string(n);
+        if (!w.section("interface vlan " + std::to_string(n), [&] {
+                for (const std::string &prefix : inv.addresses(n))
+                    w.line(" ipv6 address " + prefix);
+                w.run(kKindVlanIf, 0, reinterpret_cast<uintptr_t>(name.c_str()));
+            }))
             return false;
+    }
     for (int32_t n : inv.of(Kind::Loopback))
         if (!layer3("interface loopback " + std::to_string(n), "loopback" + std::to_string(n), kKindOtherIf))
             return false;
@@ -154,6 +160,8 @@ bool write_port_sections(Writer &w, const Inventory &inv)
                 if (routed) {
                     w.line(" no switchport");
                     w.run(kKindOtherIf, 0, reinterpret_cast<uintptr_t>(name.c_str()));
+                } else if (int32_t vlan = inv.access_vlan(id); vlan != kDefaultVlan) {
+                    w.line(" switchport access vlan " + std::to_string(vlan));
                 }
                 w.run(kKindPort, 0, static_cast<uintptr_t>(id));
             }))

@@ -1,0 +1,111 @@
+// The settings that make the emulated switch a switch of ports and VLANs: the access VLAN of
+// each layer-2 port (`switchport access vlan N`) and the IPv6 addresses of each VLAN interface
+// (`ipv6 address X/len`). Both are stored in the inventory database, so that they are written
+// in the running configuration and replayed from the saved one.
+#include <arpa/inet.h>
+
+#include <cstdlib>
+
+#include "ndsh.h"
+
+namespace ndsh {
+
+namespace {
+
+Session &S()
+{
+    return Session::instance();
+}
+
+// "switchport access vlan N" and "no switchport access vlan", in the mode of a layer-2 port.
+int32_t cmd_access_vlan(int32_t argc, char **argv)
+{
+    std::vector<std::string> w = words_of(argc, argv);
+    bool undo = !w.empty() && w[0] == "no";
+    int32_t vlan = undo ? kDefaultVlan : (w.size() >= 4 ? atoi(w[3].c_str()) : 0);
+    if (!undo && !S().inventory().has(Inventory::Kind::Vlan, vlan)) {
+        refuse("\n% VLAN " + std::to_string(vlan) + " does not exist.");
+        return 0;
+    }
+    std::string error;
+    if (!S().inventory().set_access_vlan(S().context().portId, vlan, error))
+        refuse("\n" + error);
+    return 0;
+}
+
+// The canonical text of a typed "address/length" (the grammar checked its form); empty, with
+// the operator's message, for an address that cannot be an interface's.
+std::string interface_prefix(const std::string &typed, std::string &error)
+{
+    size_t slash = typed.find('/');
+    in6_addr address{};
+    if (slash == std::string::npos || inet_pton(AF_INET6, typed.substr(0, slash).c_str(), &address) != 1) {
+        error = "% " + typed + " is not an IPv6 address with its prefix length.";
+        return "";
+    }
+    if (IN6_IS_ADDR_MULTICAST(&address) || IN6_IS_ADDR_UNSPECIFIED(&address) || IN6_IS_ADDR_LOOPBACK(&address)) {
+        error = "% " + typed + " is not a unicast address an interface can have.";
+        return "";
+    }
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, &address, text, sizeof text);
+    return std::string(text) + "/" + std::to_string(atoi(typed.c_str() + slash + 1));
+}
+
+// "ipv6 address X/len" and "no ipv6 address X/len", in the mode of a VLAN interface.
+int32_t cmd_ipv6_address(int32_t argc, char **argv)
+{
+    std::vector<std::string> w = words_of(argc, argv);
+    bool undo = !w.empty() && w[0] == "no";
+    const Context &c = S().context();
+    if (c.kind != Context::Kind::VlanIf) {
+        refuse("\n% IPv6 addresses are configured on VLAN interfaces only.");
+        return 0;
+    }
+    std::string error;
+    std::string prefix = interface_prefix(w.size() >= 3 ? w[undo ? 3 : 2] : "", error);
+    if (prefix.empty()) {
+        refuse("\n" + error);
+        return 0;
+    }
+    Inventory &inv = S().inventory();
+    if (undo && !inv.addresses(c.number).count(prefix)) {
+        refuse("\n% " + prefix + " is not an address of interface vlan " + std::to_string(c.number) + ".");
+        return 0;
+    }
+    if (!(undo ? inv.remove_address(c.number, prefix, error) : inv.add_address(c.number, prefix, error)))
+        refuse("\n" + error);
+    return 0;
+}
+
+} // namespace
+
+std::vector<Builtin> switching_builtins()
+{
+    // The words shared with the shell's other definitions carry the same help.
+    // clang-format off
+    return {
+        {cmd_access_vlan,
+         "switchport(PORT,0,'Set the switching characteristics of the port'){"
+           "access(PORT,0,'Set the access mode characteristics of the port'){"
+             "vlan(PORT,0,'Set the VLAN of the port in access mode'){"
+               "_1_4094_(PORT,0,'VLAN id')}}}"},
+        {cmd_access_vlan,
+         "no(PORT,0,'Negate a command or set its defaults'){"
+           "switchport(PORT,0,'Make the port a layer-3 routed port'){"
+             "access(PORT,0,'Set the access mode characteristics of the port'){"
+               "vlan(PORT,0,'Put the port back into VLAN 1')}}}"},
+        {cmd_ipv6_address,
+         "ipv6(IF,0,'Command ipv6'){"
+           "address(IF,0,'Configure an IPv6 address of the interface'){"
+             "_IPV6PREFIX_(IF,0,'IPv6 address and prefix length, such as 2001:db8::1/64')}}"},
+        {cmd_ipv6_address,
+         "no(IF,0,'Negate a command or set its defaults'){"
+           "ipv6(IF,0,'Command ipv6'){"
+             "address(IF,0,'Remove an IPv6 address of the interface'){"
+               "_IPV6PREFIX_(IF,0,'IPv6 address and prefix length, such as 2001:db8::1/64')}}}"},
+    };
+    // clang-format on
+}
+
+} // namespace ndsh
