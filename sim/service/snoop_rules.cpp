@@ -1,0 +1,261 @@
+// The snooping table of the bridge family, programmed through libnftables.
+#include "snoop_rules.h"
+
+#include <nftables/libnftables.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace ndsvc {
+
+namespace {
+
+constexpr std::array<const char *, kSnoopCounterCount> kCounterNames = {
+    "raPacketDrop", "rdPacketDrop", "rsPacketPass", "dadPacketDeal",
+    "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop",
+};
+
+constexpr size_t kIfNameMax = 15; // IFNAMSIZ less its terminating zero
+
+// A device name as the kernel allows it, and safe inside the quotes of an nftables command.
+bool validPort(const std::string &port)
+{
+    if (port.empty() || port.size() > kIfNameMax)
+        return false;
+    for (char c : port)
+        if (!(isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' || c == '.'))
+            return false;
+    return true;
+}
+
+std::string macText(const std::array<uint8_t, 6> &mac)
+{
+    char text[18];
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
+}
+
+// The address as an IPv6 literal, and as the 128-bit number that the raw payload expression
+// of an ND target compares with.
+std::string ip6Text(const std::array<uint8_t, 16> &ip)
+{
+    std::string text;
+    char group[6];
+    for (size_t i = 0; i < ip.size(); i += 2) {
+        snprintf(group, sizeof group, "%s%x", i ? ":" : "", (ip[i] << 8) | ip[i + 1]);
+        text += group;
+    }
+    return text;
+}
+
+std::string ip6Number(const std::array<uint8_t, 16> &ip)
+{
+    std::string text = "0x";
+    char byte[3];
+    for (uint8_t b : ip) {
+        snprintf(byte, sizeof byte, "%02x", b);
+        text += byte;
+    }
+    return text;
+}
+
+std::string table()
+{
+    return std::string("bridge ") + SnoopRules::kTable;
+}
+
+} // namespace
+
+const char *snoop_counter_name(SnoopCounter counter)
+{
+    return kCounterNames[static_cast<size_t>(counter)];
+}
+
+struct SnoopRules::Context {
+    nft_ctx *nft = nullptr;
+    Context() : nft(nft_ctx_new(NFT_CTX_DEFAULT))
+    {
+        if (nft) {
+            nft_ctx_buffer_output(nft);
+            nft_ctx_buffer_error(nft);
+        }
+    }
+    ~Context()
+    {
+        if (nft)
+            nft_ctx_free(nft);
+    }
+    Context(const Context &) = delete;
+    Context &operator=(const Context &) = delete;
+};
+
+SnoopRules::SnoopRules() : context_(std::make_unique<Context>()) {}
+
+SnoopRules::~SnoopRules() = default;
+
+std::string SnoopRules::ruleset(bool nsCheckLoose)
+{
+    // The sets of bindings hold the same (port, MAC, address) twice: once typed as an address
+    // for the NS source, once as the raw 128 bits at the ND target's place, which this nft
+    // version has no keyword for.
+    std::string t = "table " + table() + " {\n";
+    for (const char *name : kCounterNames)
+        t += std::string("  counter ") + name + " {}\n";
+    t += "  set ports { type ifname; }\n"
+         "  set trusted { type ifname; }\n"
+         "  set sources { type ifname . ether_addr . ipv6_addr; }\n"
+         "  set targets { typeof iifname . ether saddr . @th,64,128; }\n"
+         "  chain prerouting {\n"
+         "    type filter hook prerouting priority 0; policy accept;\n"
+         "    iifname != @ports return\n"
+         "    ether type != ip6 return\n"
+         "    meta l4proto != ipv6-icmp return\n"
+         "    iifname @trusted return\n"
+         "    icmpv6 type nd-router-advert counter name raPacketDrop drop\n"
+         "    icmpv6 type nd-redirect counter name rdPacketDrop drop\n"
+         "    icmpv6 type nd-router-solicit counter name rsPacketPass return\n"
+         "    icmpv6 type nd-neighbor-solicit ip6 saddr :: counter name dadPacketDeal return\n";
+    if (nsCheckLoose)
+        t += "    icmpv6 type nd-neighbor-solicit counter name nsPacketPass return\n";
+    else
+        t += "    icmpv6 type nd-neighbor-solicit iifname . ether saddr . ip6 saddr @sources counter name nsPacketPass "
+             "return\n"
+             "    icmpv6 type nd-neighbor-solicit counter name nsPacketDrop drop\n";
+    t += "    icmpv6 type nd-neighbor-advert iifname . ether saddr . @th,64,128 @targets counter name naPacketPass "
+         "return\n"
+         "    icmpv6 type nd-neighbor-advert counter name naPacketDrop drop\n"
+         "  }\n"
+         "}\n";
+    return t;
+}
+
+bool SnoopRules::run(const std::string &commands, std::string &error, std::string *output)
+{
+    if (!context_->nft) {
+        error = "no nftables context";
+        return false;
+    }
+    int rc = nft_run_cmd_from_buffer(context_->nft, commands.c_str());
+    // Read (and so emptied) after every command, also a failed one.
+    const char *out = nft_ctx_get_output_buffer(context_->nft);
+    const char *err = nft_ctx_get_error_buffer(context_->nft);
+    if (rc != 0) {
+        error = err && *err ? err : "nftables refused the commands";
+        while (!error.empty() && error.back() == '\n')
+            error.pop_back();
+        return false;
+    }
+    if (output)
+        *output = out ? out : "";
+    return true;
+}
+
+bool SnoopRules::install(bool nsCheckLoose, std::string &error)
+{
+    // One transaction: an empty table added first makes the delete succeed whether or not
+    // the table was there.
+    return run("add table " + table() + "\ndelete table " + table() + "\n" + ruleset(nsCheckLoose), error);
+}
+
+bool SnoopRules::remove(std::string &error)
+{
+    return run("add table " + table() + "\ndelete table " + table() + "\n", error);
+}
+
+bool SnoopRules::add_port(const std::string &port, bool trusted, std::string &error)
+{
+    if (!validPort(port)) {
+        error = "bad port name";
+        return false;
+    }
+    std::string element = "{ \"" + port + "\" }";
+    std::string commands = "add element " + table() + " ports " + element + "\n";
+    // A port that is not trusted (any more) is taken out of the trusted set: add then delete
+    // keeps the transaction valid whether or not it was there.
+    commands += "add element " + table() + " trusted " + element + "\n";
+    if (!trusted)
+        commands += "delete element " + table() + " trusted " + element + "\n";
+    return run(commands, error);
+}
+
+bool SnoopRules::delete_port(const std::string &port, std::string &error)
+{
+    if (!validPort(port)) {
+        error = "bad port name";
+        return false;
+    }
+    std::string element = "{ \"" + port + "\" }";
+    std::string commands;
+    for (const char *set : {"ports", "trusted"})
+        commands += "add element " + table() + " " + set + " " + element + "\ndelete element " + table() + " " +
+                    set + " " + element + "\n";
+    return run(commands, error);
+}
+
+namespace {
+
+// The commands that add (or delete) a binding in both of its sets.
+std::string bindingCommands(const char *verb, const SnoopBinding &b)
+{
+    std::string head = "\"" + b.port + "\" . " + macText(b.mac) + " . ";
+    return std::string(verb) + " element " + table() + " sources { " + head + ip6Text(b.ip6) + " }\n" + verb +
+           " element " + table() + " targets { " + head + ip6Number(b.ip6) + " }\n";
+}
+
+} // namespace
+
+bool SnoopRules::add_binding(const SnoopBinding &binding, std::string &error)
+{
+    if (!validPort(binding.port)) {
+        error = "bad port name";
+        return false;
+    }
+    return run(bindingCommands("add", binding), error);
+}
+
+bool SnoopRules::delete_binding(const SnoopBinding &binding, std::string &error)
+{
+    if (!validPort(binding.port)) {
+        error = "bad port name";
+        return false;
+    }
+    return run(bindingCommands("add", binding) + bindingCommands("delete", binding), error);
+}
+
+bool SnoopRules::counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error)
+{
+    std::string json;
+    nft_ctx_output_set_flags(context_->nft, NFT_CTX_OUTPUT_JSON);
+    bool listed = run("list counters table " + table() + "\n", error, &json);
+    nft_ctx_output_set_flags(context_->nft, 0);
+    if (!listed)
+        return false;
+    nlohmann::json doc = nlohmann::json::parse(json, nullptr, false);
+    if (doc.is_discarded() || !doc.contains("nftables") || !doc["nftables"].is_array()) {
+        error = "unreadable counters";
+        return false;
+    }
+    packets.clear();
+    for (const nlohmann::json &entry : doc["nftables"]) {
+        if (!entry.contains("counter"))
+            continue;
+        const nlohmann::json &c = entry["counter"];
+        if (!c.contains("name") || !c["name"].is_string() || !c.contains("packets") || !c["packets"].is_number())
+            continue;
+        for (size_t i = 0; i < kCounterNames.size(); ++i)
+            if (c["name"].get<std::string>() == kCounterNames[i])
+                packets[static_cast<SnoopCounter>(i)] = c["packets"].get<uint64_t>();
+    }
+    if (packets.size() != kSnoopCounterCount) {
+        error = "counters missing from table " + std::string(kTable);
+        return false;
+    }
+    return true;
+}
+
+bool SnoopRules::reset_counters(std::string &error)
+{
+    return run("reset counters table " + table() + "\n", error);
+}
+
+} // namespace ndsvc
