@@ -10,10 +10,12 @@ namespace ndsvc {
 
 namespace {
 
+// clang-format off
 constexpr std::array<const char *, kSnoopCounterCount> kCounterNames = {
     "raPacketDrop", "rdPacketDrop", "rsPacketPass", "dadPacketDeal",
     "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop",
 };
+// clang-format on
 
 constexpr size_t kIfNameMax = 15; // IFNAMSIZ less its terminating zero
 
