@@ -12,8 +12,8 @@ namespace {
 
 // clang-format off
 constexpr std::array<const char *, kSnoopCounterCount> kCounterNames = {
-    "raPacketDrop", "rdPacketDrop", "rsPacketPass", "dadPacketDeal",
-    "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop",
+    "raPacketPass", "raPacketDrop", "rdPacketPass", "rdPacketDrop", "rsPacketPass",
+    "dadPacketDeal", "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop",
 };
 // clang-format on
 
@@ -107,24 +107,30 @@ std::string SnoopRules::ruleset(bool nsCheckLoose)
          "  set trusted { type ifname; }\n"
          "  set sources { type ifname . ether_addr . ipv6_addr; }\n"
          "  set targets { typeof iifname . ether saddr . @th,64,128; }\n"
+         "  chain trusted {\n"
+         "    icmpv6 type nd-router-advert counter name raPacketPass accept\n"
+         "    icmpv6 type nd-redirect counter name rdPacketPass accept\n"
+         "    icmpv6 type nd-neighbor-solicit counter name nsPacketPass accept\n"
+         "    icmpv6 type nd-neighbor-advert counter name naPacketPass accept\n"
+         "  }\n"
          "  chain prerouting {\n"
          "    type filter hook prerouting priority 0; policy accept;\n"
-         "    iifname != @ports return\n"
-         "    ether type != ip6 return\n"
-         "    meta l4proto != ipv6-icmp return\n"
-         "    iifname @trusted return\n"
+         "    iifname != @ports accept\n"
+         "    ether type != ip6 accept\n"
+         "    meta l4proto != ipv6-icmp accept\n"
+         "    icmpv6 type nd-router-solicit counter name rsPacketPass accept\n"
+         "    icmpv6 type nd-neighbor-solicit ip6 saddr :: counter name dadPacketDeal accept\n"
+         "    iifname @trusted jump trusted\n"
          "    icmpv6 type nd-router-advert counter name raPacketDrop drop\n"
-         "    icmpv6 type nd-redirect counter name rdPacketDrop drop\n"
-         "    icmpv6 type nd-router-solicit counter name rsPacketPass return\n"
-         "    icmpv6 type nd-neighbor-solicit ip6 saddr :: counter name dadPacketDeal return\n";
+         "    icmpv6 type nd-redirect counter name rdPacketDrop drop\n";
     if (nsCheckLoose)
-        t += "    icmpv6 type nd-neighbor-solicit counter name nsPacketPass return\n";
+        t += "    icmpv6 type nd-neighbor-solicit counter name nsPacketPass accept\n";
     else
         t += "    icmpv6 type nd-neighbor-solicit iifname . ether saddr . ip6 saddr @sources counter name nsPacketPass "
-             "return\n"
+             "accept\n"
              "    icmpv6 type nd-neighbor-solicit counter name nsPacketDrop drop\n";
     t += "    icmpv6 type nd-neighbor-advert iifname . ether saddr . @th,64,128 @targets counter name naPacketPass "
-         "return\n"
+         "accept\n"
          "    icmpv6 type nd-neighbor-advert counter name naPacketDrop drop\n"
          "  }\n"
          "}\n";

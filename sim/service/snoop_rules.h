@@ -18,18 +18,21 @@ struct nft_ctx;
 
 namespace ndsvc {
 
-// The decisions the table counts, named as the snooping statistics name them.
+// The decisions the table counts, named as the snooping statistics name them. A trusted port's
+// messages all pass, counted as passed.
 enum class SnoopCounter {
+    raPacketPass,  // router advertisement from a trusted port
     raPacketDrop,  // router advertisement from an untrusted port
+    rdPacketPass,  // redirect from a trusted port
     rdPacketDrop,  // redirect from an untrusted port
     rsPacketPass,  // router solicitation
     dadPacketDeal, // duplicate address detection NS (source ::), left to the service
-    nsPacketPass,  // NS whose (port, MAC, source) is bound, or any NS when the check is loose
+    nsPacketPass,  // NS whose (port, MAC, source) is bound, from a trusted port, or any when loose
     nsPacketDrop,  // NS that matches no binding
-    naPacketPass,  // NA whose (port, MAC, target) is bound
+    naPacketPass,  // NA whose (port, MAC, target) is bound, or from a trusted port
     naPacketDrop,  // NA that matches no binding
 };
-constexpr size_t kSnoopCounterCount = 8;
+constexpr size_t kSnoopCounterCount = 10;
 const char *snoop_counter_name(SnoopCounter counter);
 
 struct SnoopBinding {

@@ -301,13 +301,19 @@ TEST(SnoopRules, DroppedFramesReachNoPortAndEachDecisionMovesItsCounter)
         EXPECT_EQ(packets[SnoopCounter::dadPacketDeal], 1u);
         EXPECT_EQ(packets[SnoopCounter::rdPacketDrop], 0u);
         EXPECT_EQ(packets[SnoopCounter::rsPacketPass], 0u);
+        EXPECT_EQ(packets[SnoopCounter::raPacketPass], 0u);
 
-        // Trusted, the same port passes router advertisements, uncounted.
+        // Trusted, the same port passes router advertisements and unbound NAs, counted as passed.
         ASSERT_TRUE(rules.add_port("ge1", true, error)) << error;
         ASSERT_TRUE(host1.send(ndFrame(kRouterAdvert, 0x0a, kLinkLocal, kUnspecified)));
         EXPECT_TRUE(host2.receives(kRouterAdvert, 1000));
+        ASSERT_TRUE(host1.send(ndFrame(kNeighborAdvert, 0x0b, kHostA, kHostA)));
+        EXPECT_TRUE(host2.receives(kNeighborAdvert, 1000));
         ASSERT_TRUE(rules.counters(packets, error)) << error;
         EXPECT_EQ(packets[SnoopCounter::raPacketDrop], 1u);
+        EXPECT_EQ(packets[SnoopCounter::raPacketPass], 1u);
+        EXPECT_EQ(packets[SnoopCounter::naPacketPass], 2u);
+        EXPECT_EQ(packets[SnoopCounter::naPacketDrop], 1u);
 
         // A cleared binding no longer lets its host's NA through; zeroed counters start again.
         ASSERT_TRUE(rules.add_port("ge1", false, error)) << error;
@@ -354,8 +360,8 @@ TEST(SnoopRules, PortNamesThatCouldNotBeDevicesAreRefused)
 
 TEST(SnoopRules, TheCountersAreNamedAsTheStatisticsNameThem)
 {
-    const char *names[] = {"raPacketDrop", "rdPacketDrop", "rsPacketPass", "dadPacketDeal",
-                           "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop"};
+    const char *names[] = {"raPacketPass", "raPacketDrop", "rdPacketPass",  "rdPacketDrop", "rsPacketPass",
+                           "dadPacketDeal", "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop"};
     for (size_t i = 0; i < ndsvc::kSnoopCounterCount; ++i)
         EXPECT_STREQ(ndsvc::snoop_counter_name(static_cast<SnoopCounter>(i)), names[i]);
 }
