@@ -390,7 +390,7 @@ size_t build_neighbor(const FrameAddress &addr, uint8_t type, uint8_t flags, con
 
 bool addressing_sendable(const FrameAddress &addr, const Ip6 &target)
 {
-    return !is_multicast(addr.src) && !is_multicast(target) && addr.vlan_id <= kVlanIdMask;
+    return !is_multicast(addr.src) && !is_multicast(target) && (!addr.has_vlan || addr.vlan_id <= kVlanIdMask);
 }
 
 } // namespace

@@ -56,7 +56,8 @@ enum class ParseResult : uint8_t {
     BadRedirectTarget,            // Redirect target neither link-local nor the destination itself
 };
 
-// Number of ParseResult values, for tables of counters indexed by the reason.
+// Number of ParseResult values, for tables of counters indexed by the reason (BadRedirectTarget
+// is the last one: a reason added after it moves this count too).
 inline constexpr size_t kParseResultCount = static_cast<size_t>(ParseResult::BadRedirectTarget) + 1;
 
 // A short fixed text per reason ("ok" for Ok); never null, also for out-of-range values.
@@ -159,7 +160,7 @@ inline constexpr size_t kMaxBuiltFrame = 18 + 40 + 24 + 8;
 // length; 0 when buf is shorter than that, or when the fields make a message that parse()
 // refuses (a multicast source or target, a DAD solicitation not to a solicited-node address or
 // with a link-layer option, a solicited advertisement to a multicast address, a VLAN id over
-// 4095). A null link-layer address leaves its option out.
+// 4095 when tagged). A null link-layer address leaves its option out.
 size_t build_ns(const FrameAddress &addr, const Ip6 &target, const Mac *source_lladdr,
                 uint8_t *buf, size_t capacity);
 

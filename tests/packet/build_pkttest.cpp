@@ -223,6 +223,13 @@ TEST(PacketBuild, TaggedFrames)
     a.vlan_id = 4096;
     EXPECT_EQ(build_ns(a, kHostGlobal, &kSwitchMac, buf, sizeof buf), 0u);
     EXPECT_EQ(build_na(a, kSwitchGlobal, NaFlags{}, &kSwitchMac, buf, sizeof buf), 0u);
+    // Untagged, the id is not used.
+    a.has_vlan = false;
+    n = build_ns(a, kHostGlobal, &kSwitchMac, buf, sizeof buf);
+    ASSERT_EQ(n, 86u);
+    ASSERT_EQ(parse_exact(built(n, buf), p), ParseResult::Ok);
+    EXPECT_FALSE(p.has_vlan);
+    EXPECT_EQ(p.vlan_id, 0);
 }
 
 TEST(PacketBuild, BufferTooSmallWritesNothing)
