@@ -91,6 +91,7 @@ using VxlanKey = std::pair<uint32_t, Ip6>; // VXLAN id, host address
 constexpr uint32_t kEveryVxlan = 0;
 
 class EcStore;
+class SnoopWire;
 struct VxlanSettings;
 
 class NdService {
@@ -111,6 +112,9 @@ public:
     void config_delay_set(uint32_t ms) { configDelayMs_ = ms; }
     // A smaller static user-bind table than kStaticUserBindCeiling (tests of the full table).
     void user_bind_ceiling_set(size_t ceiling) { userBindCeiling_ = ceiling; }
+    // Snooping on the wire of a lab: from now on the learned bindings and the snooping counters
+    // are the wire's, and every configuration request hands it the stored configuration.
+    void wire_attach(SnoopWire *wire);
 
     // Looks for the state (tests).
     size_t suppression_count();
@@ -173,6 +177,11 @@ private:
     Response vxlan_issu(uint32_t selector);
     bool load_plugin();
 
+    // the wire (svc_wire.cpp)
+    void wire_sync();
+    void wire_bindings_locked();
+    void wire_statistics_locked();
+
     // diagnose (svc_diagnose.cpp)
     Response diagnose(const Request &request);
     std::string diagnose_vxlan(EcStore &ec, uint32_t id);
@@ -189,6 +198,7 @@ private:
     void *plugin_ = nullptr;
     uint32_t configDelayMs_ = 0;
     size_t userBindCeiling_ = kStaticUserBindCeiling;
+    SnoopWire *wire_ = nullptr;
 
     uint32_t debugMask_ = 0;
     std::vector<UserBind> dynamicBinds_[2]; // listed by the first pass, by the second pass

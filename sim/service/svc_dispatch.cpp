@@ -90,7 +90,9 @@ CmfResponse NdService::configure(const CmfRequest &request)
         return status(ND_ERR_SYSTEM_BUSY);
     if (configDelayMs_)
         std::this_thread::sleep_for(std::chrono::milliseconds(configDelayMs_));
-    return dispatch(request);
+    CmfResponse response = dispatch(request);
+    wire_sync();
+    return response;
 }
 
 CmfResponse NdService::dispatch(const CmfRequest &r)

@@ -2,6 +2,7 @@
 // in "ec_nd"; the learned user-binds, prefixes, counters and debug switches kept in memory.
 #include <algorithm>
 
+#include "snoop_wire.h"
 #include "svc_items.h"
 #include "svc_store.h"
 
@@ -188,6 +189,8 @@ CmfResponse NdService::user_bind_page(const CmfRequest &r)
     }
     // The page is cut straight out of the table: a listing of n entries costs O(n) in all.
     std::lock_guard<std::mutex> hold(stateMutex_);
+    if (!isStatic && start == 0)
+        wire_bindings_locked();
     const std::vector<UserBind> &rows =
         isStatic ? statics : dynamicBinds_[kind == ndwire::kTableUserBindFirst ? 0 : 1];
     size_t first = std::min<size_t>(start, rows.size());
@@ -215,6 +218,7 @@ CmfResponse NdService::user_bind_one(const CmfRequest &r)
     }
     {
         std::lock_guard<std::mutex> hold(stateMutex_);
+        wire_bindings_locked();
         for (const std::vector<UserBind> &part : dynamicBinds_)
             for (const UserBind &ub : part)
                 if (ub.ip == ip)
@@ -230,6 +234,8 @@ CmfResponse NdService::clear_dynamic(const CmfRequest &r)
 {
     if (r.optKind != ND_CLI_OPT_UNDO)
         return status(ND_ERR_OPERATION_FAILED);
+    if (wire_)
+        wire_->clear_learned(0);
     std::lock_guard<std::mutex> hold(stateMutex_);
     dynamicBinds_[0].clear();
     dynamicBinds_[1].clear();
@@ -293,6 +299,10 @@ CmfResponse NdService::statistics(const CmfRequest &r, bool snooping)
 {
     std::lock_guard<std::mutex> hold(stateMutex_);
     std::vector<Counters> &table = snooping ? snoopingStats_ : forwardStats_;
+    if (snooping && wire_ && r.optKind == ND_CLI_OPT_UNDO)
+        wire_->clear_statistics();
+    if (snooping && r.optKind == ND_CLI_OPT_SHOW)
+        wire_statistics_locked();
     if (r.optKind == ND_CLI_OPT_UNDO) {
         for (Counters &c : table)
             std::fill(c.values.begin(), c.values.end(), 0u);

@@ -1,0 +1,461 @@
+// ND snooping on the wire: the ports' packet sockets, learning and detection, and the kernel's
+// table kept in step with the configuration and the bindings.
+#include "snoop_wire.h"
+
+#include <arpa/inet.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "nd_packet.h"
+#include "wire_links.h"
+
+namespace ndsvc {
+
+namespace {
+
+constexpr const char *kDevicePrefix = "ge0-";
+constexpr const char *kPortPrefix = "gigabitethernet0/";
+constexpr const char *kShortPortPrefix = "ge0/";
+constexpr const char *kBridgePrefix = "vlan";
+constexpr auto kTick = std::chrono::milliseconds(100);
+constexpr auto kPortsEvery = std::chrono::milliseconds(500);
+constexpr uint32_t kAttackLinesPerSecond = 10;
+
+std::string addressText(const Address6 &a)
+{
+    char text[INET6_ADDRSTRLEN];
+    inet_ntop(AF_INET6, a.data(), text, sizeof text);
+    return text;
+}
+
+std::string macText(const Mac48 &m)
+{
+    char text[18];
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
+    return text;
+}
+
+SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Address6 &address)
+{
+    SnoopBinding b;
+    b.port = device;
+    b.mac = mac;
+    b.ip6 = address;
+    return b;
+}
+
+std::string bindingKey(const SnoopBinding &b)
+{
+    return b.port + " " + macText(b.mac) + " " + addressText(b.ip6);
+}
+
+// A packet socket that reads the IPv6 frames entering one device.
+int openPortSocket(int index)
+{
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_IPV6));
+    if (fd < 0)
+        return -1;
+    sockaddr_ll addr{};
+    addr.sll_family = AF_PACKET;
+    addr.sll_protocol = htons(ETH_P_IPV6);
+    addr.sll_ifindex = index;
+    int one = 1;
+    if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
+        setsockopt(fd, SOL_PACKET, PACKET_IGNORE_OUTGOING, &one, sizeof one) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The kernel's decision for the counters that the table does not count, and its counts for the
+// others, in the statistics' order.
+constexpr std::pair<SnoopStatistic, SnoopCounter> kKernelCounters[] = {
+    {kDadPacketDeal, SnoopCounter::dadPacketDeal}, {kNsPacketPass, SnoopCounter::nsPacketPass},
+    {kNsPacketDrop, SnoopCounter::nsPacketDrop},   {kNaPacketPass, SnoopCounter::naPacketPass},
+    {kNaPacketDrop, SnoopCounter::naPacketDrop},   {kRsPacketPass, SnoopCounter::rsPacketPass},
+    {kRaPacketPass, SnoopCounter::raPacketPass},   {kRaPacketDrop, SnoopCounter::raPacketDrop},
+    {kRdPacketPass, SnoopCounter::rdPacketPass},   {kRdPacketDrop, SnoopCounter::rdPacketDrop},
+};
+
+} // namespace
+
+std::string SnoopWire::device_of(const std::string &portName)
+{
+    // The port manager's full name, or the short one the listings use.
+    for (const char *prefix : {kPortPrefix, kShortPortPrefix})
+        if (portName.rfind(prefix, 0) == 0)
+            return kDevicePrefix + portName.substr(strlen(prefix));
+    return "";
+}
+
+std::string SnoopWire::port_of(const std::string &device)
+{
+    if (device.rfind(kDevicePrefix, 0) != 0)
+        return device;
+    return kPortPrefix + device.substr(strlen(kDevicePrefix));
+}
+
+SnoopWire::SnoopWire(size_t ceiling) : table_(ceiling) {}
+
+SnoopWire::~SnoopWire()
+{
+    stopping_ = true;
+    if (wake_ >= 0) {
+        uint64_t one = 1;
+        ssize_t ignored = write(wake_, &one, sizeof one);
+        (void)ignored;
+    }
+    if (thread_.joinable())
+        thread_.join();
+    closePorts();
+    if (wake_ >= 0)
+        close(wake_);
+    std::string error;
+    if (installed_)
+        rules_.remove(error);
+}
+
+bool SnoopWire::start(std::string &error)
+{
+    wake_ = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (wake_ < 0) {
+        error = std::string("no eventfd: ") + strerror(errno);
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> hold(mutex_);
+        refreshPorts();
+        if (ports_.empty()) {
+            error = "no port ge0-K in this network namespace";
+            return false;
+        }
+        // A table left by a service that was killed goes: nothing is snooped until configured.
+        rules_.remove(error);
+    }
+    thread_ = std::thread(&SnoopWire::run, this);
+    return true;
+}
+
+void SnoopWire::configure(const SnoopConfig &config)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    if (config == config_)
+        return;
+    // Static bindings that went, or came, change the learned table too.
+    for (const SnoopConfig::Static &s : config_.statics)
+        table_.remove_static(s.address, s.vlan);
+    for (const SnoopConfig::Static &s : config.statics)
+        table_.add_static(s.address, s.mac, s.vlan, s.port);
+    if (!config.enabled)
+        table_.clear_learned();
+    else
+        for (uint16_t vlan : config_.vlans)
+            if (!config.vlans.count(vlan))
+                table_.clear_learned(vlan);
+    config_ = config;
+    applyLocked();
+}
+
+std::vector<SnoopBindingEntry> SnoopWire::learned() const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return table_.of_state(SnoopBindingEntry::State::Valid);
+}
+
+void SnoopWire::clear_learned(uint16_t vlan)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    table_.clear_learned(vlan);
+    applyLocked();
+}
+
+std::array<uint32_t, kSnoopStatisticCount> SnoopWire::statistics()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    std::array<uint64_t, kSnoopStatisticCount> sum = own_;
+    std::map<SnoopCounter, uint64_t> kernel;
+    std::string error;
+    if (installed_ && rules_.counters(kernel, error))
+        for (const auto &[statistic, counter] : kKernelCounters)
+            sum[statistic] += kernel[counter];
+    std::array<uint32_t, kSnoopStatisticCount> out{};
+    for (size_t i = 0; i < out.size(); ++i)
+        out[i] = static_cast<uint32_t>(sum[i]);
+    return out;
+}
+
+void SnoopWire::clear_statistics()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    own_.fill(0);
+    std::string error;
+    if (installed_)
+        rules_.reset_counters(error);
+}
+
+// ---- the kernel's table ---------------------------------------------------------------------
+
+bool SnoopWire::snoopedLocked(const std::string &device) const
+{
+    auto it = ports_.find(device);
+    return config_.enabled && it != ports_.end() && it->second.vlan && config_.vlans.count(it->second.vlan);
+}
+
+void SnoopWire::applyLocked()
+{
+    std::string error;
+    std::set<std::pair<std::string, bool>> wantPorts;
+    for (const auto &[device, port] : ports_)
+        if (snoopedLocked(device))
+            wantPorts.insert({device, config_.trusted.count(device) != 0});
+    if (wantPorts.empty()) {
+        if (installed_ && rules_.remove(error))
+            installed_ = false;
+        installedPorts_.clear();
+        installedBindings_.clear();
+        return;
+    }
+    if (!installed_ || installedLoose_ != config_.nsLoose) {
+        // A new table starts its counters at zero: what the old one counted is kept.
+        std::map<SnoopCounter, uint64_t> kernel;
+        if (installed_ && rules_.counters(kernel, error))
+            for (const auto &[statistic, counter] : kKernelCounters)
+                own_[statistic] += kernel[counter];
+        if (!rules_.install(config_.nsLoose, error)) {
+            fprintf(stderr, "ndsvc: snooping: cannot install the kernel's table: %s\n", error.c_str());
+            return;
+        }
+        installed_ = true;
+        installedLoose_ = config_.nsLoose;
+        installedPorts_.clear();
+        installedBindings_.clear();
+    }
+    for (const auto &p : installedPorts_)
+        if (!wantPorts.count(p) && !wantPorts.count({p.first, !p.second}))
+            rules_.delete_port(p.first, error);
+    for (const auto &p : wantPorts)
+        if (!installedPorts_.count(p))
+            rules_.add_port(p.first, p.second, error);
+    installedPorts_ = wantPorts;
+
+    std::map<std::string, SnoopBinding> wantBindings;
+    for (SnoopBindingEntry::State state : {SnoopBindingEntry::State::Valid, SnoopBindingEntry::State::Static})
+        for (const SnoopBindingEntry &e : table_.of_state(state)) {
+            SnoopBinding b = ruleBinding(e.port, e.mac, e.address);
+            wantBindings[bindingKey(b)] = b;
+        }
+    for (auto it = installedBindings_.begin(); it != installedBindings_.end();) {
+        if (wantBindings.count(*it)) {
+            ++it;
+            continue;
+        }
+        // The key names the binding: its parts are read back from it.
+        char port[16] = {}, mac[18] = {}, address[INET6_ADDRSTRLEN] = {};
+        SnoopBinding b;
+        unsigned m[6];
+        if (sscanf(it->c_str(), "%15s %17s %45s", port, mac, address) == 3 &&
+            sscanf(mac, "%x:%x:%x:%x:%x:%x", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]) == 6 &&
+            inet_pton(AF_INET6, address, b.ip6.data()) == 1) {
+            b.port = port;
+            for (size_t i = 0; i < 6; ++i)
+                b.mac[i] = static_cast<uint8_t>(m[i]);
+            rules_.delete_binding(b, error);
+        }
+        it = installedBindings_.erase(it);
+    }
+    for (const auto &[key, b] : wantBindings)
+        if (!installedBindings_.count(key) && rules_.add_binding(b, error))
+            installedBindings_.insert(key);
+}
+
+// ---- ports and packets ----------------------------------------------------------------------
+
+void SnoopWire::closePorts()
+{
+    for (auto &[device, port] : ports_)
+        if (port.fd >= 0)
+            close(port.fd);
+    ports_.clear();
+}
+
+void SnoopWire::refreshPorts()
+{
+    std::vector<WireLink> links;
+    std::string error;
+    if (!wire_links(links, error))
+        return;
+    std::map<std::string, Port> now;
+    for (const WireLink &l : links) {
+        if (l.name.rfind(kDevicePrefix, 0) != 0)
+            continue;
+        Port p;
+        p.index = l.index;
+        if (l.master.rfind(kBridgePrefix, 0) == 0)
+            p.vlan = static_cast<uint16_t>(atoi(l.master.c_str() + strlen(kBridgePrefix)));
+        auto old = ports_.find(l.name);
+        if (old != ports_.end() && old->second.index == l.index) {
+            p.fd = old->second.fd;
+            old->second.fd = -1;
+        } else {
+            p.fd = openPortSocket(l.index);
+        }
+        now[l.name] = p;
+    }
+    closePorts();
+    ports_ = std::move(now);
+}
+
+void SnoopWire::run()
+{
+    SnoopClock::time_point nextPorts = SnoopClock::now() + kPortsEvery;
+    while (!stopping_) {
+        std::vector<pollfd> fds;
+        std::vector<std::pair<std::string, Port>> polled;
+        {
+            std::lock_guard<std::mutex> hold(mutex_);
+            for (const auto &[device, port] : ports_)
+                if (port.fd >= 0) {
+                    fds.push_back({port.fd, POLLIN, 0});
+                    polled.push_back({device, port});
+                }
+        }
+        fds.push_back({wake_, POLLIN, 0});
+        int ready = poll(fds.data(), fds.size(), static_cast<int>(kTick.count()));
+        if (ready > 0)
+            for (size_t i = 0; i < polled.size(); ++i)
+                if (fds[i].revents & POLLIN)
+                    receive(polled[i].first, polled[i].second);
+        SnoopClock::time_point now = SnoopClock::now();
+        std::lock_guard<std::mutex> hold(mutex_);
+        if (now >= nextPorts) {
+            std::map<std::string, uint16_t> before;
+            for (const auto &[device, port] : ports_)
+                before[device] = port.vlan;
+            refreshPorts();
+            std::map<std::string, uint16_t> after;
+            for (const auto &[device, port] : ports_)
+                after[device] = port.vlan;
+            if (after != before)
+                applyLocked();
+            nextPorts = now + kPortsEvery;
+        }
+        tick(now);
+    }
+}
+
+void SnoopWire::receive(const std::string &device, const Port &port)
+{
+    uint8_t frame[2048];
+    for (int burst = 0; burst < 64; ++burst) {
+        ssize_t n = recv(port.fd, frame, sizeof frame, 0);
+        if (n <= 0)
+            return;
+        packet::NdPacket p;
+        if (packet::parse(frame, static_cast<size_t>(n), p) != packet::ParseResult::Ok)
+            continue;
+        std::lock_guard<std::mutex> hold(mutex_);
+        if (!snoopedLocked(device))
+            continue;
+        bool trusted = config_.trusted.count(device) != 0;
+        Mac48 mac = p.eth_src;
+        switch (p.type) {
+        case packet::NdType::NeighborSolicitation:
+            if (packet::is_dad(p)) {
+                if (!trusted && table_.claim(p.target, mac, port.vlan, device, SnoopClock::now()) ==
+                                    SnoopBindingTable::Claim::Owned)
+                    attackLogLocked("duplicate address claim", device, mac, p.target);
+            } else if (!trusted && !config_.nsLoose) {
+                const SnoopBindingEntry *b = table_.find(p.src, port.vlan);
+                if (!b || b->port != device || b->mac != mac)
+                    attackLogLocked("dropped NS", device, mac, p.src);
+            }
+            break;
+        case packet::NdType::NeighborAdvertisement: {
+            table_.advertised(p.target, mac, port.vlan, device);
+            const SnoopBindingEntry *b = table_.find(p.target, port.vlan);
+            if (!trusted && (!b || b->state == SnoopBindingEntry::State::Tentative || b->port != device ||
+                             b->mac != mac))
+                attackLogLocked("dropped NA", device, mac, p.target);
+            break;
+        }
+        case packet::NdType::RouterAdvertisement:
+            if (!trusted)
+                attackLogLocked("dropped RA", device, mac, p.src);
+            break;
+        case packet::NdType::Redirect:
+            if (!trusted)
+                attackLogLocked("dropped redirect", device, mac, p.src);
+            break;
+        case packet::NdType::RouterSolicitation:
+            break;
+        }
+    }
+}
+
+void SnoopWire::tick(SnoopClock::time_point now)
+{
+    bool changed = !table_.promote(now).empty();
+    if (config_.interval && config_.retransmit) {
+        std::vector<SnoopBindingEntry> expired;
+        for (const SnoopBindingEntry &b :
+             table_.probes_due(now, std::chrono::seconds(config_.interval), config_.retransmit, expired))
+            sendProbeLocked(b);
+        changed = changed || !expired.empty();
+    }
+    if (changed)
+        applyLocked();
+}
+
+// A duplicate address detection NS for the bound address, sent to the host's own MAC on its
+// port: a host that holds the address defends it with an NA, which answers the probe.
+void SnoopWire::sendProbeLocked(const SnoopBindingEntry &binding)
+{
+    auto it = ports_.find(binding.port);
+    packet::FrameAddress addr;
+    addr.eth_dst = binding.mac;
+    addr.eth_src = {0x02, 0, 0, 0, 0, 0x01};
+    addr.src = {};
+    addr.dst = packet::solicited_node(binding.address);
+    uint8_t frame[packet::kMaxBuiltFrame];
+    size_t length = packet::build_ns(addr, binding.address, nullptr, frame, sizeof frame);
+    bool sent = false;
+    if (it != ports_.end() && length) {
+        sockaddr_ll to{};
+        to.sll_family = AF_PACKET;
+        to.sll_ifindex = it->second.index;
+        to.sll_halen = 6;
+        memcpy(to.sll_addr, binding.mac.data(), 6);
+        int fd = it->second.fd;
+        sent = fd >= 0 && sendto(fd, frame, length, 0, reinterpret_cast<sockaddr *>(&to), sizeof to) ==
+                              static_cast<ssize_t>(length);
+    }
+    ++own_[sent ? kSendDtPktOk : kSendDtPktFail];
+}
+
+void SnoopWire::attackLogLocked(const char *what, const std::string &device, const Mac48 &mac,
+                                const Address6 &address)
+{
+    if (!config_.attackLog)
+        return;
+    SnoopClock::time_point now = SnoopClock::now();
+    if (now - lastLog_ >= std::chrono::seconds(1)) {
+        lastLog_ = now;
+        logsThisSecond_ = 0;
+    }
+    if (++logsThisSecond_ > kAttackLinesPerSecond)
+        return;
+    auto it = ports_.find(device);
+    fprintf(stderr, "ndsvc: nd snooping attack: %s on %s vlan %u from %s for %s\n", what, port_of(device).c_str(),
+            it == ports_.end() ? 0u : it->second.vlan, macText(mac).c_str(), addressText(address).c_str());
+}
+
+} // namespace ndsvc

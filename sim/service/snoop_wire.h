@@ -1,0 +1,125 @@
+// ND snooping on the wire. In the switch namespace of a lab (one Linux bridge "vlanV" per
+// VLAN, ports "ge0-K"), the service reads the ND frames that enter each port, learns bindings
+// first come first served from duplicate address detection, probes them when detection is on,
+// and keeps the kernel's snooping table current; the kernel forwards and drops.
+//
+// A thread of its own reads the ports and keeps time; the service's requests only hand it
+// the configuration and read its tables, under its lock, so that packet work never holds up
+// the control channel.
+#ifndef NDSVC_SNOOP_WIRE_H
+#define NDSVC_SNOOP_WIRE_H
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "snoop_bindings.h"
+#include "snoop_rules.h"
+
+namespace ndsvc {
+
+// What the operator configured for snooping, as the wire needs it.
+struct SnoopConfig {
+    bool enabled = false;          // global snooping
+    std::set<uint16_t> vlans;      // VLANs with snooping
+    std::set<std::string> trusted; // trusted ports, by device name
+    bool nsLoose = false;
+    bool attackLog = false;
+    uint16_t retransmit = 0; // detection: probes before a binding is forgotten
+    uint16_t interval = 0;   // and seconds between probes; 0: no detection
+    struct Static {
+        Address6 address{};
+        Mac48 mac{};
+        uint16_t vlan = 0;
+        std::string port; // device name
+        bool operator==(const Static &) const = default;
+    };
+    std::vector<Static> statics;
+    bool operator==(const SnoopConfig &) const = default;
+};
+
+// The counters of `show nd snooping statistics`, in the order of its record.
+enum SnoopStatistic {
+    kLladdrInvalid,
+    kDadPacketDeal,
+    kNsPacketPass,
+    kNsPacketDrop,
+    kNaPacketPass,
+    kNaPacketDrop,
+    kRsPacketPass,
+    kRsPacketDrop,
+    kRaPacketPass,
+    kRaPacketDrop,
+    kRdPacketPass,
+    kRdPacketDrop,
+    kSendDtPktOk,
+    kSendDtPktFail,
+    kSnoopStatisticCount
+};
+
+class SnoopWire {
+public:
+    // A port of the lab's switch: "ge0-K" stands for gigabitethernet0/K.
+    static std::string device_of(const std::string &portName);
+    static std::string port_of(const std::string &device);
+
+    explicit SnoopWire(size_t ceiling);
+    ~SnoopWire();
+    SnoopWire(const SnoopWire &) = delete;
+    SnoopWire &operator=(const SnoopWire &) = delete;
+
+    // Starts the thread in the calling thread's network namespace; false with the reason.
+    bool start(std::string &error);
+    void configure(const SnoopConfig &config);
+
+    // The learned (valid) bindings, and forgetting them (all VLANs for 0).
+    std::vector<SnoopBindingEntry> learned() const;
+    void clear_learned(uint16_t vlan);
+    std::array<uint32_t, kSnoopStatisticCount> statistics();
+    void clear_statistics();
+
+private:
+    struct Port {
+        int index = 0;
+        uint16_t vlan = 0; // of the bridge it is in; 0 for none
+        int fd = -1;       // its packet socket
+    };
+
+    void run();
+    void receive(const std::string &device, const Port &port);
+    void tick(SnoopClock::time_point now);
+    void refreshPorts();
+    void applyLocked();
+    bool snoopedLocked(const std::string &device) const;
+    void sendProbeLocked(const SnoopBindingEntry &binding);
+    void attackLogLocked(const char *what, const std::string &device, const Mac48 &mac, const Address6 &address);
+    void closePorts();
+
+    mutable std::mutex mutex_;
+    SnoopConfig config_;
+    SnoopBindingTable table_;
+    SnoopRules rules_;
+    std::map<std::string, Port> ports_;
+    // What the kernel's table holds now.
+    bool installed_ = false;
+    bool installedLoose_ = false;
+    std::set<std::pair<std::string, bool>> installedPorts_; // device, trusted
+    std::set<std::string> installedBindings_;               // SnoopBinding keys
+    std::array<uint64_t, kSnoopStatisticCount> own_{};      // what the service counts itself
+    SnoopClock::time_point lastLog_{};
+    uint32_t logsThisSecond_ = 0;
+
+    int wake_ = -1;
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+} // namespace ndsvc
+
+#endif

@@ -1,0 +1,93 @@
+// The service on the wire: the snooping configuration handed to the packet side after every
+// configuration request, and the learned bindings and the counters read from it.
+#include "ndplat_ports.h"
+#include "snoop_wire.h"
+#include "svc_items.h"
+#include "svc_store.h"
+
+namespace ndsvc {
+
+namespace {
+
+// What is stored in "ec_nd", as the wire needs it.
+SnoopConfig snoop_config(EcStore &ec)
+{
+    SnoopConfig c;
+    c.enabled = ec.flag(ndwire::kKeySnooping) == 1;
+    c.nsLoose = ec.flag(ndwire::kKeyLoose) == 1;
+    c.attackLog = ec.flag(ndwire::kKeyAttackLog) == 1;
+    Bytes detect = ec.read(ndwire::kKeyDetect);
+    if (detect.size() >= ndwire::detect::kSize) {
+        c.retransmit = get<uint16_t>(detect, ndwire::detect::kRetransmit);
+        c.interval = get<uint16_t>(detect, ndwire::detect::kInterval);
+    }
+    for (const std::string &key : ec.keys(ndwire::kTypeVlan)) {
+        Bytes r = ec.read(key);
+        if (r.size() >= ndwire::member::kSize)
+            c.vlans.insert(get<uint16_t>(r, ndwire::member::kVlanId));
+    }
+    for (const std::string &name : ec.keys(ndwire::kTypePort))
+        if (std::string device = SnoopWire::device_of(name); !device.empty())
+            c.trusted.insert(device);
+    for (const UserBind &ub : ec.user_binds()) {
+        SnoopConfig::Static s;
+        s.address = ub.ip;
+        s.mac = ub.mac;
+        s.vlan = ub.vlan;
+        s.port = SnoopWire::device_of(ub.port);
+        if (!s.port.empty())
+            c.statics.push_back(s);
+    }
+    return c;
+}
+
+UserBind listed(const SnoopBindingEntry &e)
+{
+    UserBind ub;
+    ub.ip = e.address;
+    ub.mac = e.mac;
+    ub.vlan = e.vlan;
+    ub.port = SnoopWire::port_of(e.port);
+    ub.portId = ndplat::port_id(ub.port);
+    return ub;
+}
+
+} // namespace
+
+void NdService::wire_attach(SnoopWire *wire)
+{
+    wire_ = wire;
+    wire_sync();
+}
+
+void NdService::wire_sync()
+{
+    if (!wire_)
+        return;
+    EcStore ec;
+    if (ec.ok())
+        wire_->configure(snoop_config(ec));
+}
+
+// Called with stateMutex_ held: the listings read the learned bindings as the wire has them.
+void NdService::wire_bindings_locked()
+{
+    if (!wire_)
+        return;
+    dynamicBinds_[0].clear();
+    dynamicBinds_[1].clear();
+    for (const SnoopBindingEntry &e : wire_->learned())
+        dynamicBinds_[0].push_back(listed(e));
+}
+
+void NdService::wire_statistics_locked()
+{
+    if (!wire_)
+        return;
+    std::array<uint32_t, kSnoopStatisticCount> values = wire_->statistics();
+    Counters row;
+    row.values.assign(values.begin(), values.end());
+    snoopingStats_.assign(1, row);
+}
+
+} // namespace ndsvc
