@@ -36,9 +36,10 @@ int fail(const std::string &reason)
     return kExitFailure;
 }
 
+// A malformed word: named alone, without the whole usage.
 int usage_error(const std::string &reason)
 {
-    std::fprintf(stderr, "ndlab: %s\n%s", reason.c_str(), kUsage);
+    std::fprintf(stderr, "ndlab: %s\n", reason.c_str());
     return kExitUsage;
 }
 
@@ -176,5 +177,6 @@ int main(int argc, char **argv)
         return show(args);
     if (command == "exec")
         return exec(args);
-    return usage_error("unknown command '" + std::string(command) + "'");
+    std::fprintf(stderr, "ndlab: unknown command '%s'\n", argv[1]);
+    return usage();
 }
