@@ -105,6 +105,10 @@ TEST_F(LabTest, ExecRunsInTheNamedNamespaceAndPassesTheExitStatus)
     Outcome inHost = ndlab({"exec", name(), "h2", "--", "sh", "-c", "cat /proc/sys/net/ipv6/conf/eth0/disable_ipv6; exit 7"});
     EXPECT_EQ(inHost.out, "0\n");
     EXPECT_EQ(inHost.status, 7);
+    // The command gets the standard streams and no descriptor of ndlab's own.
+    Outcome descriptors = ndlab({"exec", name(), "h1", "--", "sh", "-c", "ls /proc/$$/fd"});
+    EXPECT_EQ(descriptors.out, "0\n1\n2\n");
+    EXPECT_EQ(descriptors.status, 0);
     Outcome missing = ndlab({"exec", name(), "h3", "--", "true"});
     EXPECT_EQ(missing.out, "");
     EXPECT_EQ(missing.err, "ndlab: no namespace " + host(3) + " in lab " + name() + "\n");
