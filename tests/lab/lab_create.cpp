@@ -219,3 +219,34 @@ TEST_F(LabTest, SixtyFourPortsAndTheLongestNameAreAccepted)
 
 } // namespace
 } // namespace labtest
+
+namespace labtest {
+namespace {
+
+TEST_F(LabTest, ShowMarksPortsOutsideBridgesHostsGoneAndEmptyBridges)
+{
+    ASSERT_EQ(ndlab({"create", name(), "--ports", "2"}).status, 0);
+    // Port 1 taken out of every bridge; host 2's interface carried off to another namespace (one
+    // of another lab, removed by its own owner) before host 2's namespace goes; VLAN 30 made by
+    // an address that is removed again.
+    ip({"-n", sw(), "link", "set", "ge0-1", "nomaster"});
+    ndlab::Lab elsewhere = std::move(ndlab::Lab::adopt(name() + "-x").value());
+    const std::string elsewhereNs = ndlab::switch_namespace(name() + "-x");
+    ip({"netns", "add", elsewhereNs});
+    ip({"-n", host(2), "link", "set", "eth0", "netns", elsewhereNs});
+    ip({"netns", "delete", host(2)});
+    ASSERT_EQ(ndlab({"vlan-address", name(), "30", "add", "2001:db8:30::1/64"}).status, 0);
+    ASSERT_EQ(ndlab({"vlan-address", name(), "30", "del", "2001:db8:30::1/64"}).status, 0);
+    ASSERT_TRUE(wait_addresses_settled(sw(), "vlan1"));
+
+    Outcome shown = ndlab({"show", name()});
+    EXPECT_EQ(shown.out, "lab " + name() + " switch " + sw() + " ports 2 bridges 2\n"
+                         "port ge0-1 vlan - host " + host(1) + "\n"
+                         "port ge0-2 vlan 1 host -\n"
+                         "bridge vlan1 ports ge0-2 addresses " + eui64_link_local(ndlab::switch_mac(name())) + "/64\n"
+                         "bridge vlan30 ports - addresses -\n");
+    EXPECT_EQ(shown.status, 0);
+}
+
+} // namespace
+} // namespace labtest
