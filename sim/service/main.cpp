@@ -25,17 +25,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
 #include <new>
 #include <optional>
 #include <string>
 #include <thread>
 
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "nd_service.h"
+#include "ndlab.h"
+#include "snoop_wire.h"
 #include "ndplat_dbm.h"
 #include "ndplat_service.h"
 
@@ -62,6 +66,7 @@ void onSignal(int)
 constexpr const char *kUsage =
     "usage: ndsvc [--state DIR] [--seed FILE] [--plugin PATH] [--config-delay-ms N] [--die-after N]\n"
     "             [--user-bind-ceiling N] [--max-connections N] [--idle-timeout-ms N]\n"
+    "             [--lab NAME [--learned-ceiling N]]\n"
     "       ndsvc --stop [--state DIR]\n"
     "       ndsvc --help\n"
     "Serves the ND requests of every shell on the state directory (default: $NDSIM_STATE, else\n"
@@ -205,6 +210,8 @@ struct Options {
     uint32_t delayMs = 0;
     unsigned long dieAfter = 0;
     size_t ceiling = ndsvc::kStaticUserBindCeiling;
+    std::string lab;                                       // --lab: the lab whose switch this is
+    size_t learnedCeiling = ndsvc::kLearnedBindingCeiling; // --learned-ceiling
     ndplat::ServiceLimits limits = ndplat::service_limits_from_env();
     bool stop = false;
 };
@@ -236,6 +243,10 @@ std::optional<int> parseOptions(int argc, char **argv, Options &o)
             o.dieAfter = strtoul(argv[++i], nullptr, 10);
         else if (arg == "--user-bind-ceiling" && hasValue)
             o.ceiling = strtoul(argv[++i], nullptr, 10);
+        else if (arg == "--lab" && hasValue)
+            o.lab = argv[++i];
+        else if (arg == "--learned-ceiling" && hasValue && positive(argv[i + 1], n) && ++i)
+            o.learnedCeiling = n;
         else if (arg == "--max-connections" && hasValue && positive(argv[i + 1], n) && ++i)
             o.limits.maxConnections = static_cast<uint32_t>(n);
         else if (arg == "--idle-timeout-ms" && hasValue && positive(argv[i + 1], n) && ++i)
@@ -261,6 +272,35 @@ bool configure(ndsvc::NdService &service, const Options &o)
         return true;
     fprintf(stderr, "ndsvc: seed %s: %s\n", o.seed.c_str(), why.c_str());
     return false;
+}
+
+// The switch of lab o.lab: this process enters the lab's switch namespace (before any thread
+// starts, so that every thread is there) and snoops on its ports. Null, with a line, when it
+// cannot.
+std::unique_ptr<ndsvc::SnoopWire> joinLab(ndsvc::NdService &service, const Options &o)
+{
+    if (ndlab::Status named = ndlab::check_name(o.lab); !named) {
+        fprintf(stderr, "ndsvc: --lab %s: %s\n", o.lab.c_str(), named.message().c_str());
+        return nullptr;
+    }
+    std::string path = "/run/netns/" + ndlab::switch_namespace(o.lab);
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0 || setns(fd, CLONE_NEWNET) != 0) {
+        fprintf(stderr, "ndsvc: cannot enter lab %s (%s): %s\n", o.lab.c_str(), path.c_str(), strerror(errno));
+        if (fd >= 0)
+            close(fd);
+        return nullptr;
+    }
+    close(fd);
+    auto wire = std::make_unique<ndsvc::SnoopWire>(o.learnedCeiling);
+    std::string why;
+    if (!wire->start(why)) {
+        fprintf(stderr, "ndsvc: cannot snoop in lab %s: %s\n", o.lab.c_str(), why.c_str());
+        return nullptr;
+    }
+    service.wire_attach(wire.get());
+    fprintf(stderr, "ndsvc: snooping on the ports of lab %s\n", o.lab.c_str());
+    return wire;
 }
 
 // Listens on the state directory's socket and answers requests until a stop signal, with the
@@ -317,6 +357,9 @@ int run(int argc, char **argv)
 
     ndsvc::NdService service;
     if (!configure(service, o))
+        return 1;
+    std::unique_ptr<ndsvc::SnoopWire> wire;
+    if (!o.lab.empty() && !(wire = joinLab(service, o)))
         return 1;
     int status = serveUntilStopped(service, o);
     // The database connections kept for reuse are closed (their WAL checkpointed into the

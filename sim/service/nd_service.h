@@ -28,6 +28,8 @@ constexpr uint32_t kInjectItem = ndwire::kItemObject;
 
 // Static user-binds the service keeps at most; one more is refused with error 45.
 constexpr size_t kStaticUserBindCeiling = 1024;
+// The bindings learned on the wire (tentative ones included): a flood of claims stops there.
+constexpr size_t kLearnedBindingCeiling = 4096;
 
 // Limits of the dynamic state, held to by the requests and by the seed file alike.
 constexpr uint32_t kMaxVlanId = 4094;

@@ -57,15 +57,17 @@ std::string bindingKey(const SnoopBinding &b)
     return b.port + " " + macText(b.mac) + " " + addressText(b.ip6);
 }
 
-// A packet socket that reads the IPv6 frames entering one device.
+// A packet socket that reads the frames entering one device. It must take every protocol: a
+// bridge port's frames reach only the taps of all protocols, which see them before the bridge
+// takes them.
 int openPortSocket(int index)
 {
-    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_IPV6));
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons(ETH_P_ALL));
     if (fd < 0)
         return -1;
     sockaddr_ll addr{};
     addr.sll_family = AF_PACKET;
-    addr.sll_protocol = htons(ETH_P_IPV6);
+    addr.sll_protocol = htons(ETH_P_ALL);
     addr.sll_ifindex = index;
     int one = 1;
     if (bind(fd, reinterpret_cast<sockaddr *>(&addr), sizeof addr) != 0 ||
@@ -79,11 +81,16 @@ int openPortSocket(int index)
 // The kernel's decision for the counters that the table does not count, and its counts for the
 // others, in the statistics' order.
 constexpr std::pair<SnoopStatistic, SnoopCounter> kKernelCounters[] = {
-    {kDadPacketDeal, SnoopCounter::dadPacketDeal}, {kNsPacketPass, SnoopCounter::nsPacketPass},
-    {kNsPacketDrop, SnoopCounter::nsPacketDrop},   {kNaPacketPass, SnoopCounter::naPacketPass},
-    {kNaPacketDrop, SnoopCounter::naPacketDrop},   {kRsPacketPass, SnoopCounter::rsPacketPass},
-    {kRaPacketPass, SnoopCounter::raPacketPass},   {kRaPacketDrop, SnoopCounter::raPacketDrop},
-    {kRdPacketPass, SnoopCounter::rdPacketPass},   {kRdPacketDrop, SnoopCounter::rdPacketDrop},
+    {kDadPacketDeal, SnoopCounter::dadPacketDeal},
+    {kNsPacketPass, SnoopCounter::nsPacketPass},
+    {kNsPacketDrop, SnoopCounter::nsPacketDrop},
+    {kNaPacketPass, SnoopCounter::naPacketPass},
+    {kNaPacketDrop, SnoopCounter::naPacketDrop},
+    {kRsPacketPass, SnoopCounter::rsPacketPass},
+    {kRaPacketPass, SnoopCounter::raPacketPass},
+    {kRaPacketDrop, SnoopCounter::raPacketDrop},
+    {kRdPacketPass, SnoopCounter::rdPacketPass},
+    {kRdPacketDrop, SnoopCounter::rdPacketDrop},
 };
 
 } // namespace
