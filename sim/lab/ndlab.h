@@ -5,10 +5,12 @@
 // by a veth pair: "ge0-K" in the switch (the emulated port gigabitethernet0/K, an access port of
 // one VLAN's bridge) and "eth0" in the host. The kernel forwards; this library only builds,
 // rewires and removes. It drives iproute2 as a child process (never through a shell) and
-// reports every failure as a value: nothing here throws.
+// reports every failure as a value: nothing here throws. Any thread may call it: between fork
+// and exec its children make only async-signal-safe calls, and it keeps no state of its own.
 #ifndef NDLAB_H
 #define NDLAB_H
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>

@@ -186,14 +186,15 @@ Result<Output> run_capture(const std::vector<std::string> &argv)
     std::string execStep = "cannot run " + argv[0];
     const char *const steps[] = {"cannot redirect the child's streams", execStep.c_str()};
 
+    const int inFd = devNull.get(), outFd = out.value().write.get(), errFd = err.value().write.get();
+    const int reportFd = report.value().write.get();
+
     pid_t pid = ::fork();
     if (pid < 0)
         return Error{"cannot fork: " + errno_text(errno)};
     if (pid == 0) {
-        int reportFd = report.value().write.get();
         child_reset_signals();
-        if (::dup2(devNull.get(), STDIN_FILENO) < 0 || ::dup2(out.value().write.get(), STDOUT_FILENO) < 0 ||
-            ::dup2(err.value().write.get(), STDERR_FILENO) < 0)
+        if (::dup2(inFd, STDIN_FILENO) < 0 || ::dup2(outFd, STDOUT_FILENO) < 0 || ::dup2(errFd, STDERR_FILENO) < 0)
             child_fail(reportFd, 0);
         ::execv(args[0], args.data());
         child_fail(reportFd, 1);
@@ -225,13 +226,15 @@ Result<int> run_inherit(const std::vector<std::string> &argv)
     std::string execStep = "cannot run " + argv[0];
     const char *const steps[] = {execStep.c_str()};
 
+    const int reportFd = report.value().write.get();
+
     pid_t pid = ::fork();
     if (pid < 0)
         return Error{"cannot fork: " + errno_text(errno)};
     if (pid == 0) {
         child_reset_signals();
         ::execv(args[0], args.data());
-        child_fail(report.value().write.get(), 0);
+        child_fail(reportFd, 0);
     }
     report.value().write.reset();
     Result<int> status = wait_child(pid);
@@ -255,17 +258,20 @@ Status write_in_namespace(const std::string &netns, const std::string &path, std
     std::string steps3 = "cannot write " + path + " in " + netns;
     const char *const steps[] = {steps0.c_str(), steps1.c_str(), steps2.c_str(), steps3.c_str()};
 
+    const int reportFd = report.value().write.get();
+    const char *nsFile = nsPath.c_str();
+    const char *file = path.c_str();
+
     pid_t pid = ::fork();
     if (pid < 0)
         return Error{"cannot fork: " + errno_text(errno)};
     if (pid == 0) {
-        int reportFd = report.value().write.get();
-        int nsFd = ::open(nsPath.c_str(), O_RDONLY | O_CLOEXEC);
+        int nsFd = ::open(nsFile, O_RDONLY | O_CLOEXEC);
         if (nsFd < 0)
             child_fail(reportFd, 0);
         if (::setns(nsFd, CLONE_NEWNET) != 0)
             child_fail(reportFd, 1);
-        int fileFd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        int fileFd = ::open(file, O_WRONLY | O_CLOEXEC);
         if (fileFd < 0)
             child_fail(reportFd, 2);
         if (::write(fileFd, text.data(), text.size()) != static_cast<ssize_t>(text.size()))

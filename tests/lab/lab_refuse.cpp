@@ -119,3 +119,19 @@ TEST_F(LabTest, WithoutTheRightsCreateSaysSoAndMakesNothing)
 
 } // namespace
 } // namespace labtest
+
+namespace labtest {
+namespace {
+
+TEST_F(LabTest, AnIpProgramThatCannotRunIsNamed)
+{
+    const std::string missing = scratch_.path() + "/no-such-ip";
+    Outcome made = ndlab({"create", name(), "--ports", "1"}, {.env = {"NDLAB_IP=" + missing}});
+    EXPECT_EQ(made.out, "");
+    EXPECT_EQ(made.err, "ndlab: cannot list the network namespaces: cannot run " + missing + ": No such file or directory\n");
+    EXPECT_EQ(made.status, 1);
+    EXPECT_EQ(namespaces_starting("ndlab-" + name() + "-"), std::vector<std::string>{});
+}
+
+} // namespace
+} // namespace labtest
