@@ -109,9 +109,10 @@ uint32_t cmf_unit_ms(); // $NDSIM_CMF_UNIT_MS, else 1000
 
 // ---- client side ---------------------------------------------------------------------------
 // Makes the framework client talk to ndsvc over the socket of stateDir, and makes DCM_Query /
-// DCM_Start ("ipv6") report and start the real ndsvc process of that directory. The shell
-// calls this once at start-up. Creates stateDir when it does not exist.
-void service_attach(const std::string &stateDir);
+// DCM_Start ("ipv6") report and start the real ndsvc process of that directory, with
+// startArgs added to its command line. The shell calls this once at start-up. Creates stateDir
+// when it does not exist.
+void service_attach(const std::string &stateDir, const std::vector<std::string> &startArgs = {});
 // Back to the in-process responder and DCM state.
 void service_detach();
 

@@ -40,7 +40,8 @@ constexpr int32_t kStarted = 2;
 struct ControlState {
     std::mutex mutex;
     std::string stateDir;
-    std::set<pid_t> children; // started here, not yet reaped
+    std::vector<std::string> startArgs; // of every service DCM_Start starts
+    std::set<pid_t> children;           // started here, not yet reaped
 };
 
 ControlState &control()
@@ -104,7 +105,12 @@ int32_t startHook(const char *service, uint32_t)
     std::string dir = attachedDir();
     if (service_running(dir))
         return kStarted;
-    return service_start(dir) > 0 ? kStarted : kStartFailed;
+    std::vector<std::string> args;
+    {
+        std::lock_guard<std::mutex> hold(control().mutex);
+        args = control().startArgs;
+    }
+    return service_start(dir, args) > 0 ? kStarted : kStartFailed;
 }
 
 const ServiceControl kControl{queryHook, startHook};
@@ -396,13 +402,14 @@ bool service_stop(const std::string &stateDirIn, bool hard)
     return stopped;
 }
 
-void service_attach(const std::string &stateDirIn)
+void service_attach(const std::string &stateDirIn, const std::vector<std::string> &startArgs)
 {
     std::string stateDir = stateDirIn.empty() ? state_dir() : stateDirIn;
     service_state_dir_make(stateDir);
     {
         std::lock_guard<std::mutex> hold(control().mutex);
         control().stateDir = stateDir;
+        control().startArgs = startArgs;
     }
     cmf_transport_set(socket_transport(service_socket_path(stateDir)));
     dcm_control_set(&kControl);

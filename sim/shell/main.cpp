@@ -26,6 +26,8 @@ constexpr const char *kUsage =
     "  -f FILE              run the commands of FILE and exit\n"
     "  --plugin PATH        the ND plug-in to load (default: the built libnd-cli.so)\n"
     "  --state DIR          state directory (default: $NDSIM_STATE, else ./ndsim-state)\n"
+    "  --lab NAME           be the switch of lab NAME (see ndlab): its ports and VLAN addresses follow\n"
+    "                       the configuration, and the ND service snoops on its ports\n"
     "  --trace              print every platform call with its arguments on stderr\n"
     "  --fault FUNC=VALUE[xN]  make the next N calls of a platform function return VALUE\n"
     "  --yes | --no         answer of console questions when no operator is there (default yes)\n"
@@ -129,6 +131,9 @@ bool parse(int argc, char **argv, ndsh::Options &o, std::string &why)
                 return false;
         } else if (a == "--state") {
             if (!value(o.stateDir))
+                return false;
+        } else if (a == "--lab") {
+            if (!value(o.lab))
                 return false;
         } else if (a == "--fault") {
             if (!value(v))
@@ -269,6 +274,10 @@ int run(int argc, char **argv)
         const char *error = dlerror();
         fprintf(stderr, "ndsh: cannot load the ND plug-in %s: %s\n", options.plugin.c_str(), error ? error : "unknown error");
         return kExitPlugin;
+    }
+    if (!options.lab.empty() && !ndsh::LabLink::check(options.lab, why)) {
+        fprintf(stderr, "ndsh: --lab %s: %s\n", options.lab.c_str(), why.c_str());
+        return kExitUsage;
     }
     // The command file is read before anything starts, so that a wrong path changes nothing.
     std::vector<std::string> fileLines;

@@ -43,6 +43,7 @@ struct Options {
     bool service = true;             // --no-service: answer requests in process
     bool startupConfig = true;       // --no-startup-config
     bool benchStartup = false;
+    std::string lab; // --lab: the lab of real hosts this switch is
 };
 
 // ---- output path ---------------------------------------------------------------------------------
@@ -197,6 +198,29 @@ private:
     std::thread drainer_;
 };
 
+// ---- lab --------------------------------------------------------------------------------------------
+// The lab of real hosts this shell configures (ndsh --lab NAME): its ports are moved to the
+// access VLANs of the switch's ports and its VLAN bridges given the addresses of the VLAN
+// interfaces. Without a lab every call does nothing.
+class Inventory;
+class LabLink {
+public:
+    // Whether lab `name` exists; false with the reason.
+    static bool check(const std::string &name, std::string &error);
+    void attach(const std::string &name) { name_ = name; }
+    const std::string &name() const { return name_; }
+    // What the service is started with: it snoops on the lab's ports.
+    std::vector<std::string> service_args() const;
+    // The whole stored configuration, at start and after a reload.
+    void apply(const Inventory &inv);
+    // One change; false with the operator's message. Ports the lab does not have are stored only.
+    bool port_vlan(int32_t portId, int32_t vlan, std::string &error);
+    bool address(int32_t vlanIf, bool add, const std::string &prefix, std::string &error);
+
+private:
+    std::string name_;
+};
+
 // ---- session -----------------------------------------------------------------------------------------
 // What the shell knows of the switch it configures: VLANs, super VLANs, VXLAN instances and
 // interfaces. Every change is committed to the configuration database "ndsh_inventory" before
@@ -332,6 +356,7 @@ public:
     void exit_mode();
     void reject() { rejected_ = true; }
     Inventory &inventory() { return inventory_; }
+    LabLink &lab() { return lab_; }
     void *plugin() const { return plugin_; }
 
     // Replays a configuration file as the startup configuration: not interactive.
@@ -364,6 +389,7 @@ private:
     Options options_;
     Context context_;
     Inventory inventory_;
+    LabLink lab_;
     std::string stateDir_;
     void *plugin_ = nullptr;
     bool finished_ = false;

@@ -129,7 +129,8 @@ void Session::start(const Options &options)
     // service control of the state directory, and the service started at boot.
     if (options.service) {
         QuietTrace quiet;
-        ndplat::service_attach(stateDir_);
+        lab_.attach(options.lab);
+        ndplat::service_attach(stateDir_, lab_.service_args());
         boot_nd_service();
     }
 
@@ -157,6 +158,7 @@ void Session::start(const Options &options)
         if (options.startupConfig)
             replay_startup();
     }
+    lab_.apply(inventory_);
     startupMs_ = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - started).count();
 }
 

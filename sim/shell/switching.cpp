@@ -28,7 +28,8 @@ int32_t cmd_access_vlan(int32_t argc, char **argv)
         return 0;
     }
     std::string error;
-    if (!S().inventory().set_access_vlan(S().context().portId, vlan, error))
+    if (!S().inventory().set_access_vlan(S().context().portId, vlan, error) ||
+        !S().lab().port_vlan(S().context().portId, vlan, error))
         refuse("\n" + error);
     return 0;
 }
@@ -73,7 +74,8 @@ int32_t cmd_ipv6_address(int32_t argc, char **argv)
         refuse("\n% " + prefix + " is not an address of interface vlan " + std::to_string(c.number) + ".");
         return 0;
     }
-    if (!(undo ? inv.remove_address(c.number, prefix, error) : inv.add_address(c.number, prefix, error)))
+    if (!(undo ? inv.remove_address(c.number, prefix, error) : inv.add_address(c.number, prefix, error)) ||
+        !S().lab().address(c.number, !undo, prefix, error))
         refuse("\n" + error);
     return 0;
 }
