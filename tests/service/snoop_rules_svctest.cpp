@@ -23,47 +23,17 @@
 #include <gtest/gtest.h>
 
 #include "snoop_rules.h"
+#include "test_support.h"
 
 namespace {
 
 using ndsvc::SnoopCounter;
 using ndsvc::SnoopRules;
 
-// Runs argv (no shell) and returns its standard output; status gets its exit status.
-std::string capture(const std::vector<std::string> &argv, int &status)
-{
-    int pipeFds[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0)
-        return "";
-    pid_t pid = fork();
-    if (pid == 0) {
-        dup2(pipeFds[1], 1);
-        int devnull = open("/dev/null", O_WRONLY);
-        dup2(devnull, 2);
-        std::vector<char *> args;
-        for (const std::string &a : argv)
-            args.push_back(const_cast<char *>(a.c_str()));
-        args.push_back(nullptr);
-        execvp(args[0], args.data());
-        _exit(127);
-    }
-    close(pipeFds[1]);
-    std::string out;
-    char buf[4096];
-    ssize_t n;
-    while ((n = read(pipeFds[0], buf, sizeof buf)) > 0)
-        out.append(buf, static_cast<size_t>(n));
-    close(pipeFds[0]);
-    status = -1;
-    if (pid > 0)
-        waitpid(pid, &status, 0);
-    return out;
-}
-
 bool ok(const std::vector<std::string> &argv)
 {
     int status = -1;
-    capture(argv, status);
+    ndtest::run_capture(argv, status);
     return status == 0;
 }
 
@@ -139,7 +109,7 @@ public:
         std::vector<std::string> argv = {"ip", "netns", "exec", name_, "nft"};
         argv.insert(argv.end(), args.begin(), args.end());
         int status = -1;
-        return capture(argv, status);
+        return ndtest::run_capture(argv, status);
     }
 
 private:

@@ -6,8 +6,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -202,6 +204,72 @@ std::string fresh_scratch_dir(const std::string &prefix)
     std::string dir = root + "/" + std::to_string(n);
     mkdir(dir.c_str(), 0755);
     return dir;
+}
+
+namespace {
+
+// Reads both pipes until each is at its end, so that a child that fills one never blocks.
+void drainPipes(int outFd, int errFd, std::string &out, std::string &err)
+{
+    pollfd fds[2] = {{outFd, POLLIN, 0}, {errFd, POLLIN, 0}};
+    int open = 2;
+    char buf[4096];
+    while (open > 0) {
+        if (poll(fds, 2, -1) < 0 && errno != EINTR)
+            return;
+        for (pollfd &p : fds) {
+            if (p.fd < 0 || !(p.revents & (POLLIN | POLLHUP | POLLERR)))
+                continue;
+            ssize_t n = read(p.fd, buf, sizeof buf);
+            if (n > 0) {
+                (&p == &fds[0] ? out : err).append(buf, static_cast<size_t>(n));
+            } else if (n == 0 || errno != EINTR) {
+                p.fd = -1;
+                --open;
+            }
+        }
+    }
+}
+
+} // namespace
+
+std::string run_capture(const std::vector<std::string> &argv, int &status, std::string *err)
+{
+    status = -1;
+    int outPipe[2], errPipe[2];
+    if (argv.empty() || pipe2(outPipe, O_CLOEXEC) != 0)
+        return "";
+    if (pipe2(errPipe, O_CLOEXEC) != 0) {
+        close(outPipe[0]);
+        close(outPipe[1]);
+        return "";
+    }
+    pid_t pid = fork();
+    if (pid == 0) {
+        int in = open("/dev/null", O_RDONLY);
+        dup2(in, 0);
+        dup2(outPipe[1], 1);
+        dup2(errPipe[1], 2);
+        std::vector<char *> args;
+        for (const std::string &a : argv)
+            args.push_back(const_cast<char *>(a.c_str()));
+        args.push_back(nullptr);
+        execvp(args[0], args.data());
+        _exit(127);
+    }
+    close(outPipe[1]);
+    close(errPipe[1]);
+    std::string out, errText;
+    if (pid > 0)
+        drainPipes(outPipe[0], errPipe[0], out, errText);
+    close(outPipe[0]);
+    close(errPipe[0]);
+    int raw = 0;
+    if (pid > 0 && waitpid(pid, &raw, 0) == pid && WIFEXITED(raw))
+        status = WEXITSTATUS(raw);
+    if (err)
+        *err = errText;
+    return out;
 }
 
 } // namespace ndtest

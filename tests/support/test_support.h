@@ -100,6 +100,11 @@ std::vector<uint8_t> read_until_closed(int fd, int limitMs);
 // A blocking connection to the Unix socket at `path`; -1 when nothing accepts there.
 int connect_unix(const std::string &path);
 
+// Runs argv (argv[0] looked up in PATH, never through a shell) with standard input from
+// /dev/null and answers its standard output; `status` gets its exit status (-1 when it could
+// not be run or was killed). Standard error goes to `err` when given, else nowhere.
+std::string run_capture(const std::vector<std::string> &argv, int &status, std::string *err = nullptr);
+
 // A new directory under /tmp/<prefix>-<pid>/ (socket paths must be short), numbered in the
 // order asked for; the whole tree of the prefix is removed when the program ends.
 std::string fresh_scratch_dir(const std::string &prefix);

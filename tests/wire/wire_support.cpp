@@ -1,0 +1,143 @@
+#include "wire_support.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "test_support.h"
+
+namespace wiretest {
+
+namespace {
+
+std::string readAll(const std::string &path)
+{
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+} // namespace
+
+WireSwitch::WireSwitch(int ports, const std::string &serviceArgs) : serviceArgs_(serviceArgs)
+{
+    static std::atomic<int> counter{0};
+    name_ = "w" + std::to_string(getpid()) + "x" + std::to_string(counter++);
+    state_ = ndtest::fresh_scratch_dir("ndwire");
+    ndlab::Result<ndlab::Lab> made = ndlab::Lab::create(name_, ports);
+    if (!made) {
+        why_ = "cannot make lab " + name_ + ": " + made.message();
+        return;
+    }
+    lab_.emplace(std::move(made.value()));
+}
+
+WireSwitch::~WireSwitch()
+{
+    int status = -1;
+    ndtest::run_capture({NDSVC_PATH, "--stop", "--state", state_}, status);
+}
+
+std::string WireSwitch::ndsh(const std::string &commands, int *status) const
+{
+    int s = -1;
+    std::vector<std::string> argv = {"env", std::string("NDSIM_NDSVC=") + NDSVC_PATH,
+                                     "NDSIM_NDSVC_ARGS=" + serviceArgs_, NDSH_PATH, "--state", state_,
+                                     "--lab", name_, "-c", commands};
+    std::string out = ndtest::run_capture(argv, s);
+    if (status)
+        *status = s;
+    return out;
+}
+
+std::string WireSwitch::host(int k, const std::vector<std::string> &argv, int *status) const
+{
+    std::vector<std::string> full = {"ip", "netns", "exec", ndlab::host_namespace(name_, k)};
+    full.insert(full.end(), argv.begin(), argv.end());
+    int s = -1;
+    std::string out = ndtest::run_capture(full, s);
+    if (status)
+        *status = s;
+    return out;
+}
+
+std::string WireSwitch::mac(int k) const
+{
+    std::string m = host(k, {"cat", "/sys/class/net/eth0/address"});
+    while (!m.empty() && m.back() == '\n')
+        m.pop_back();
+    return m;
+}
+
+std::string WireSwitch::dotted_mac(int k) const
+{
+    std::string m = mac(k), hex;
+    for (char c : m)
+        if (c != ':')
+            hex += c;
+    return hex.size() == 12 ? hex.substr(0, 4) + "." + hex.substr(4, 4) + "." + hex.substr(8, 4) : m;
+}
+
+bool WireSwitch::add_address(int k, const std::string &prefix) const
+{
+    int status = -1;
+    host(k, {"ip", "-6", "addr", "add", prefix, "dev", "eth0"}, &status);
+    return status == 0;
+}
+
+int WireSwitch::forge(int k, const std::vector<std::string> &args) const
+{
+    std::vector<std::string> argv = {"/usr/bin/python3", FORGE_PATH};
+    argv.insert(argv.end(), args.begin(), args.end());
+    int status = -1;
+    host(k, argv, &status);
+    return status;
+}
+
+long WireSwitch::counter(const std::string &name) const
+{
+    std::string shown = ndsh("show nd snooping statistics");
+    size_t at = shown.find(name + ":");
+    if (at == std::string::npos)
+        return -1;
+    return strtol(shown.c_str() + at + name.size() + 1, nullptr, 10);
+}
+
+std::string WireSwitch::service_log() const
+{
+    return readAll(state_ + "/ndsvc.log");
+}
+
+bool WireSwitch::remove_host(int k) const
+{
+    int status = -1;
+    ndtest::run_capture({"ip", "netns", "del", ndlab::host_namespace(name_, k)}, status);
+    return status == 0;
+}
+
+bool within(std::chrono::milliseconds limit, const std::function<bool()> &done)
+{
+    auto end = std::chrono::steady_clock::now() + limit;
+    for (;;) {
+        if (done())
+            return true;
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+}
+
+std::string user_bind_row(const std::string &address, const std::string &dottedMac, int vlan, int port)
+{
+    char row[256];
+    snprintf(row, sizeof row, "      %-40s%-20s%-11d%-15s%-11s%-5d\n", address.c_str(), dottedMac.c_str(), vlan,
+             ("ge0/" + std::to_string(port)).c_str(), "dynamic", port);
+    return row;
+}
+
+} // namespace wiretest

@@ -1,0 +1,60 @@
+// A switch between real hosts for the wire tests: a lab named after the test's scratch
+// directory, a state directory, and ndsh --lab driving the ndsvc it starts. Everything is
+// removed on every way out: the service stopped by its pid file, the lab deleted.
+#ifndef WIRE_SUPPORT_H
+#define WIRE_SUPPORT_H
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ndlab.h"
+
+namespace wiretest {
+
+class WireSwitch {
+public:
+    // A lab of `ports` hosts; extra words for every ndsvc started (e.g. a smaller ceiling).
+    explicit WireSwitch(int ports, const std::string &serviceArgs = "");
+    ~WireSwitch();
+    WireSwitch(const WireSwitch &) = delete;
+    WireSwitch &operator=(const WireSwitch &) = delete;
+
+    bool ready() const { return lab_.has_value(); }
+    const std::string &why() const { return why_; }
+    const std::string &lab() const { return name_; }
+
+    // ndsh -c with these commands (';'-separated); its standard output.
+    std::string ndsh(const std::string &commands, int *status = nullptr) const;
+    // A command in host K's namespace; its standard output.
+    std::string host(int k, const std::vector<std::string> &argv, int *status = nullptr) const;
+    // Host K's eth0 address, as the listings print MACs ("5604.cca8.ba49") and as Linux does.
+    std::string dotted_mac(int k) const;
+    std::string mac(int k) const;
+    // Adds an address to host K's eth0: the kernel's own duplicate address detection runs.
+    bool add_address(int k, const std::string &prefix) const;
+    // Forged packets from host K (forge.py): their exit status.
+    int forge(int k, const std::vector<std::string> &args) const;
+    // A counter of `show nd snooping statistics`; -1 when it is not shown.
+    long counter(const std::string &name) const;
+    // The service's log so far.
+    std::string service_log() const;
+    // Deletes host K's namespace: the host is gone.
+    bool remove_host(int k) const;
+
+private:
+    std::string name_, state_, why_, serviceArgs_;
+    std::optional<ndlab::Lab> lab_;
+};
+
+// Polls `done` every 100 ms until it holds or `limit` passes; whether it held.
+bool within(std::chrono::milliseconds limit, const std::function<bool()> &done);
+
+// One row of `show nd snooping user-bind` as the plug-in prints it.
+std::string user_bind_row(const std::string &address, const std::string &dottedMac, int vlan, int port);
+
+} // namespace wiretest
+
+#endif
