@@ -162,8 +162,10 @@ void SnoopWire::configure(const SnoopConfig &config)
         table_.remove_static(s.address, s.vlan);
     for (const SnoopConfig::Static &s : config.statics)
         table_.add_static(s.address, s.mac, s.vlan, s.port);
-    if (!config.enabled)
+    if (!config.enabled) {
         table_.clear_learned();
+        prefixes_.clear();
+    }
     else
         for (uint16_t vlan : config_.vlans)
             if (!config.vlans.count(vlan))
@@ -397,6 +399,8 @@ void SnoopWire::receive(const std::string &device, const Port &port)
         case packet::NdType::RouterAdvertisement:
             if (!trusted)
                 attackLogLocked("dropped RA", device, mac, p.src);
+            else
+                learnPrefixesLocked(&p, SnoopClock::now());
             break;
         case packet::NdType::Redirect:
             if (!trusted)
@@ -408,8 +412,62 @@ void SnoopWire::receive(const std::string &device, const Port &port)
     }
 }
 
+void SnoopWire::learnPrefixesLocked(const void *packet, SnoopClock::time_point now)
+{
+    const auto &p = *static_cast<const packet::NdPacket *>(packet);
+    for (size_t i = 0; i < p.prefix_count; ++i) {
+        const packet::PrefixInfo &info = p.prefixes[i];
+        std::pair<Address6, uint8_t> key{info.prefix, info.length};
+        if (info.valid_lifetime == 0)
+            prefixes_.erase(key);
+        else
+            prefixes_[key] = Announced{info.valid_lifetime, info.preferred_lifetime, now};
+    }
+}
+
+namespace {
+
+constexpr uint32_t kForever = 0xffffffffu;
+
+// What is left of a lifetime announced `elapsed` seconds ago.
+uint32_t leftOf(uint32_t lifetime, uint64_t elapsed)
+{
+    if (lifetime == kForever)
+        return kForever;
+    return elapsed >= lifetime ? 0 : static_cast<uint32_t>(lifetime - elapsed);
+}
+
+} // namespace
+
+std::vector<SnoopWire::LearnedPrefix> SnoopWire::prefixes() const
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    SnoopClock::time_point now = SnoopClock::now();
+    std::vector<LearnedPrefix> out;
+    for (const auto &[key, a] : prefixes_) {
+        auto elapsed = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now - a.at).count());
+        if (leftOf(a.valid, elapsed) == 0)
+            continue;
+        out.push_back(LearnedPrefix{key.first, key.second, leftOf(a.valid, elapsed), leftOf(a.preferred, elapsed)});
+    }
+    return out;
+}
+
+void SnoopWire::clear_prefixes(const Address6 *prefix, uint8_t length)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    if (!prefix)
+        prefixes_.clear();
+    else
+        prefixes_.erase({*prefix, length});
+}
+
 void SnoopWire::tick(SnoopClock::time_point now)
 {
+    for (auto it = prefixes_.begin(); it != prefixes_.end();) {
+        auto elapsed = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now - it->second.at).count());
+        it = leftOf(it->second.valid, elapsed) == 0 ? prefixes_.erase(it) : std::next(it);
+    }
     bool changed = !table_.promote(now).empty();
     if (config_.interval && config_.retransmit) {
         std::vector<SnoopBindingEntry> expired;

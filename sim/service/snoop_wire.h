@@ -84,6 +84,17 @@ public:
     std::array<uint32_t, kSnoopStatisticCount> statistics();
     void clear_statistics();
 
+    // The prefixes that router advertisements on trusted ports announced, with what is left of
+    // their lifetimes in seconds (0xffffffff: for ever); forgetting one (length 128 and more
+    // ignored when `all`) or all.
+    struct LearnedPrefix {
+        Address6 prefix{};
+        uint8_t length = 0;
+        uint32_t valid = 0, preferred = 0;
+    };
+    std::vector<LearnedPrefix> prefixes() const;
+    void clear_prefixes(const Address6 *prefix, uint8_t length);
+
 private:
     struct Port {
         int index = 0;
@@ -106,6 +117,12 @@ private:
     SnoopBindingTable table_;
     SnoopRules rules_;
     std::map<std::string, Port> ports_;
+    struct Announced {
+        uint32_t valid = 0, preferred = 0; // as announced
+        SnoopClock::time_point at{};       // when
+    };
+    std::map<std::pair<Address6, uint8_t>, Announced> prefixes_;
+    void learnPrefixesLocked(const void *packet, SnoopClock::time_point now);
     // What the kernel's table holds now.
     bool installed_ = false;
     bool installedLoose_ = false;

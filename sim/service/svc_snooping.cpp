@@ -254,6 +254,8 @@ CmfResponse NdService::prefixes(const CmfRequest &r)
     uint32_t size = get<uint16_t>(query->bytes, ndwire::query::kCount);
     if (size == 0)
         size = ndwire::kPageEntries;
+    if (start == 0)
+        wire_prefixes_locked();
     size_t first = std::min<size_t>(start, prefixes_.size());
     size_t n = std::min<size_t>(size, prefixes_.size() - first);
     bool last = first + n >= prefixes_.size();
@@ -269,6 +271,8 @@ CmfResponse NdService::prefix_undo(const CmfRequest &r)
 {
     uint32_t all = 0;
     if (item_number(r, ndwire::kItemNoAddress, all) && all == 1) {
+        if (wire_)
+            wire_->clear_prefixes(nullptr, 0);
         prefixes_.clear();
         return ok();
     }
@@ -277,6 +281,8 @@ CmfResponse NdService::prefix_undo(const CmfRequest &r)
     if (!item_address(r, ndwire::kItemAddress, ip))
         return status(ND_ERR_OPERATION_FAILED);
     item_number(r, ndwire::kItemPrefixLength, length);
+    if (wire_)
+        wire_->clear_prefixes(&ip, static_cast<uint8_t>(length));
     prefixes_.erase(std::remove_if(prefixes_.begin(), prefixes_.end(),
                                    [&](const Prefix &p) {
                                        return p.prefix == ip && static_cast<uint32_t>(p.length) == length;

@@ -90,4 +90,19 @@ void NdService::wire_statistics_locked()
     snoopingStats_.assign(1, row);
 }
 
+void NdService::wire_prefixes_locked()
+{
+    if (!wire_)
+        return;
+    prefixes_.clear();
+    for (const SnoopWire::LearnedPrefix &p : wire_->prefixes()) {
+        Prefix row;
+        row.prefix = p.prefix;
+        row.length = p.length;
+        row.valid = p.valid;
+        row.preferred = p.preferred;
+        prefixes_.push_back(row);
+    }
+}
+
 } // namespace ndsvc

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdio>
 #include <thread>
 
 #include "test_support.h"
@@ -92,6 +93,20 @@ TEST(WireSnooping, ARogueRouterOnAnUntrustedPortReachesNoHost)
         return sw.host(1, {"ip", "-6", "addr", "show", "dev", "eth0"}).find("2001:db8:600d:") != std::string::npos;
     }));
     EXPECT_GE(sw.counter("raPacketPass"), 1);
+
+    // The trusted router's prefix is listed with its lifetimes, counting down from 86400 and
+    // 14400 seconds; the untrusted one's is not. Clearing forgets it.
+    std::string listed = sw.ndsh("show nd snooping prefix");
+    char row[128];
+    bool found = false;
+    for (uint32_t elapsed = 0; elapsed <= 5 && !found; ++elapsed) {
+        snprintf(row, sizeof row, "      %-40s%-11d%-20u%-20u\n", "2001:db8:600d::", 64, 86400 - elapsed, 14400 - elapsed);
+        found = listed.find(row) != std::string::npos;
+    }
+    EXPECT_TRUE(found) << listed;
+    EXPECT_EQ(listed.find("2001:db8:bad::"), std::string::npos) << listed;
+    ASSERT_EQ(sw.ndsh("clear nd snooping prefix 2001:db8:600d::/64"), "");
+    EXPECT_EQ(sw.ndsh("show nd snooping prefix").find("2001:db8:600d::"), std::string::npos);
 }
 
 TEST(WireSnooping, LooseNsCheckingChangesOnlyTheNsVerdicts)
