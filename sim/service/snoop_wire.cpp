@@ -165,8 +165,7 @@ void SnoopWire::configure(const SnoopConfig &config)
     if (!config.enabled) {
         table_.clear_learned();
         prefixes_.clear();
-    }
-    else
+    } else
         for (uint16_t vlan : config_.vlans)
             if (!config.vlans.count(vlan))
                 table_.clear_learned(vlan);

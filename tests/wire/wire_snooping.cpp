@@ -4,6 +4,7 @@
 // asserts on what the hosts saw as well as on the switch's tables and counters.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <thread>
@@ -197,6 +198,71 @@ TEST(WireSnooping, ClearingEmptiesTheTableTheKernelsSetsAndTheCounters)
               "\nIt will delete all configuration of nd snooping, Sure(Yes|No)?\n");
     ndtest::run_capture(listSet, status);
     EXPECT_NE(status, 0) << "no snooping table left";
+}
+
+TEST(WireSnooping, AStaticBindingKeepsItsAddressFromAnotherHost)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    bindTwoHosts(sw);
+    ASSERT_TRUE(sw.add_address(3, "2001:db8:1::3/64"));
+    std::string command = "configure terminal; nd snooping user-bind static 2001:db8:1::9 " + sw.dotted_mac(1) +
+                          " vlan 1 interface gigabitethernet0/1; end";
+    ASSERT_EQ(sw.ndsh(command), "");
+    // Host 2 takes the address: its DAD is unanswered (host 1 does not use it), but the
+    // address stays host 1's, so whatever host 2 says from it is dropped.
+    ASSERT_TRUE(sw.add_address(2, "2001:db8:1::9/64"));
+    std::this_thread::sleep_for(2s);
+    std::string dynamic = sw.ndsh("show nd snooping user-bind dynamic");
+    EXPECT_EQ(dynamic.find("2001:db8:1::9 "), std::string::npos) << dynamic;
+    long nsDrop = sw.counter("nsPacketDrop");
+    int status = -1;
+    sw.host(2, {"ping", "-6", "-c", "1", "-W", "2", "-I", "2001:db8:1::9", "2001:db8:1::3"}, &status);
+    EXPECT_NE(status, 0) << "host 2 cannot use host 1's address";
+    EXPECT_GT(sw.counter("nsPacketDrop"), nsDrop);
+    sw.host(2, {"ping", "-6", "-c", "1", "-W", "2", "-I", "2001:db8:1::2", "2001:db8:1::3"}, &status);
+    EXPECT_EQ(status, 0) << "its own address still works";
+}
+
+TEST(WireSnooping, AFloodOfClaimsStopsAtTheCeilingAndTheShellKeepsAnswering)
+{
+    constexpr int kCeiling = 500;
+    WireSwitch sw(3, "--learned-ceiling " + std::to_string(kCeiling));
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    ASSERT_EQ(sw.ndsh(kSnoopVlan1), "");
+    size_t sent = 0;
+    std::thread flood([&] { sent = sw.flood_dad(3, 100000); });
+    // While the flood runs, each command is answered at once.
+    std::vector<double> ms;
+    for (int i = 0; i < 5; ++i) {
+        auto t0 = std::chrono::steady_clock::now();
+        int status = -1;
+        sw.ndsh("show nd snooping statistics", &status);
+        ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count());
+        EXPECT_EQ(status, 0);
+    }
+    flood.join();
+    EXPECT_EQ(sent, 100000u);
+    std::sort(ms.begin(), ms.end());
+    EXPECT_LT(ms[2], 100.0) << "median of ndsh -c 'show nd snooping statistics' during the flood, start included";
+    std::string listing;
+    EXPECT_TRUE(within(5s, [&] {
+        listing = sw.ndsh("show nd snooping user-bind dynamic");
+        return listing.find("Total number: " + std::to_string(kCeiling) + "\n") != std::string::npos;
+    })) << listing.substr(listing.size() > 300 ? listing.size() - 300 : 0);
+    // The table is full of the flood, and stays so: a real host's claim is refused, no more.
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
+    std::this_thread::sleep_for(2s);
+    listing = sw.ndsh("show nd snooping user-bind dynamic");
+    EXPECT_NE(listing.find("Total number: " + std::to_string(kCeiling) + "\n"), std::string::npos);
+    EXPECT_EQ(listing.find("2001:db8:1::1 "), std::string::npos);
+    // Clearing makes room again.
+    ASSERT_EQ(sw.ndsh("clear nd snooping dynamic-user-bind"), "");
+    sw.host(1, {"ip", "-6", "addr", "del", "2001:db8:1::1/64", "dev", "eth0"});
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
+    EXPECT_TRUE(within(5s, [&] {
+        return sw.ndsh("show nd snooping user-bind dynamic").find("2001:db8:1::1 ") != std::string::npos;
+    }));
 }
 
 } // namespace

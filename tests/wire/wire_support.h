@@ -43,6 +43,9 @@ public:
     std::string service_log() const;
     // Deletes host K's namespace: the host is gone.
     bool remove_host(int k) const;
+    // Sends `count` duplicate address detection NS for random addresses of 2001:db8:f::/64
+    // from host K's eth0, as fast as its socket takes them; how many were sent.
+    size_t flood_dad(int k, size_t count) const;
 
 private:
     std::string name_, state_, why_, serviceArgs_;
