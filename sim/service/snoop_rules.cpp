@@ -14,6 +14,7 @@ namespace {
 constexpr std::array<const char *, kSnoopCounterCount> kCounterNames = {
     "raPacketPass", "raPacketDrop", "rdPacketPass", "rdPacketDrop", "rsPacketPass",
     "dadPacketDeal", "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop",
+    "lladdrInvalid",
 };
 // clang-format on
 
@@ -107,6 +108,7 @@ std::string SnoopRules::ruleset(bool nsCheckLoose)
          "  set trusted { type ifname; }\n"
          "  set sources { type ifname . ether_addr . ipv6_addr; }\n"
          "  set targets { typeof iifname . ether saddr . @th,64,128; }\n"
+         "  set hosts { typeof iifname . ether saddr . @th,208,48; }\n"
          "  chain trusted {\n"
          "    icmpv6 type nd-router-advert counter name raPacketPass accept\n"
          "    icmpv6 type nd-redirect counter name rdPacketPass accept\n"
@@ -122,7 +124,14 @@ std::string SnoopRules::ruleset(bool nsCheckLoose)
          "    icmpv6 type nd-neighbor-solicit ip6 saddr :: counter name dadPacketDeal accept\n"
          "    iifname @trusted jump trusted\n"
          "    icmpv6 type nd-router-advert counter name raPacketDrop drop\n"
-         "    icmpv6 type nd-redirect counter name rdPacketDrop drop\n";
+         "    icmpv6 type nd-redirect counter name rdPacketDrop drop\n"
+         // A link-layer option first after the target (where the hosts put it) that names
+         // another MAC than the bound host sends from: its 16 bits of type and length, then
+         // the MAC, compared through the set of (port, MAC, MAC) of the bound hosts.
+         "    icmpv6 type nd-neighbor-solicit @th,192,16 0x0101 iifname . ether saddr . ip6 saddr @sources "
+         "iifname . ether saddr . @th,208,48 != @hosts counter name lladdrInvalid drop\n"
+         "    icmpv6 type nd-neighbor-advert @th,192,16 0x0201 iifname . ether saddr . @th,64,128 @targets "
+         "iifname . ether saddr . @th,208,48 != @hosts counter name lladdrInvalid drop\n";
     if (nsCheckLoose)
         t += "    icmpv6 type nd-neighbor-solicit counter name nsPacketPass accept\n";
     else
@@ -228,6 +237,42 @@ bool SnoopRules::delete_binding(const SnoopBinding &binding, std::string &error)
         return false;
     }
     return run(bindingCommands("add", binding) + bindingCommands("delete", binding), error);
+}
+
+namespace {
+
+// The commands that add (or delete) a bound host: its port, its MAC, and the same MAC as the
+// 48 bits of a link-layer option.
+std::string hostCommand(const char *verb, const std::string &port, const std::array<uint8_t, 6> &mac)
+{
+    std::string number = "0x";
+    char byte[3];
+    for (uint8_t b : mac) {
+        snprintf(byte, sizeof byte, "%02x", b);
+        number += byte;
+    }
+    return std::string(verb) + " element " + table() + " hosts { \"" + port + "\" . " + macText(mac) + " . " +
+           number + " }\n";
+}
+
+} // namespace
+
+bool SnoopRules::add_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error)
+{
+    if (!validPort(port)) {
+        error = "bad port name";
+        return false;
+    }
+    return run(hostCommand("add", port, mac), error);
+}
+
+bool SnoopRules::delete_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error)
+{
+    if (!validPort(port)) {
+        error = "bad port name";
+        return false;
+    }
+    return run(hostCommand("add", port, mac) + hostCommand("delete", port, mac), error);
 }
 
 bool SnoopRules::counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error)

@@ -31,8 +31,9 @@ enum class SnoopCounter {
     nsPacketDrop,  // NS that matches no binding
     naPacketPass,  // NA whose (port, MAC, target) is bound, or from a trusted port
     naPacketDrop,  // NA that matches no binding
+    lladdrInvalid, // NS or NA of a bound host whose link-layer option names another MAC
 };
-constexpr size_t kSnoopCounterCount = 10;
+constexpr size_t kSnoopCounterCount = 11;
 const char *snoop_counter_name(SnoopCounter counter);
 
 struct SnoopBinding {
@@ -63,6 +64,10 @@ public:
     bool delete_port(const std::string &port, std::string &error);
     bool add_binding(const SnoopBinding &binding, std::string &error);
     bool delete_binding(const SnoopBinding &binding, std::string &error);
+    // The (port, MAC) pairs of the bindings: a bound host's link-layer option must name the
+    // MAC it sends from.
+    bool add_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error);
+    bool delete_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error);
     // Every counter's packets, and zeroing them.
     bool counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error);
     bool reset_counters(std::string &error);

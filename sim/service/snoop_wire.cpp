@@ -78,8 +78,8 @@ int openPortSocket(int index)
     return fd;
 }
 
-// The kernel's decision for the counters that the table does not count, and its counts for the
-// others, in the statistics' order.
+// The statistics that the kernel's table counts, and the counter of each; the service counts the
+// detection probes itself.
 constexpr std::pair<SnoopStatistic, SnoopCounter> kKernelCounters[] = {
     {kDadPacketDeal, SnoopCounter::dadPacketDeal},
     {kNsPacketPass, SnoopCounter::nsPacketPass},
@@ -91,6 +91,7 @@ constexpr std::pair<SnoopStatistic, SnoopCounter> kKernelCounters[] = {
     {kRaPacketDrop, SnoopCounter::raPacketDrop},
     {kRdPacketPass, SnoopCounter::rdPacketPass},
     {kRdPacketDrop, SnoopCounter::rdPacketDrop},
+    {kLladdrInvalid, SnoopCounter::lladdrInvalid},
 };
 
 } // namespace
@@ -230,6 +231,7 @@ void SnoopWire::applyLocked()
             installed_ = false;
         installedPorts_.clear();
         installedBindings_.clear();
+        installedHosts_.clear();
         return;
     }
     if (!installed_ || installedLoose_ != config_.nsLoose) {
@@ -246,6 +248,7 @@ void SnoopWire::applyLocked()
         installedLoose_ = config_.nsLoose;
         installedPorts_.clear();
         installedBindings_.clear();
+        installedHosts_.clear();
     }
     for (const auto &p : installedPorts_)
         if (!wantPorts.count(p) && !wantPorts.count({p.first, !p.second}))
@@ -283,6 +286,17 @@ void SnoopWire::applyLocked()
     for (const auto &[key, b] : wantBindings)
         if (!installedBindings_.count(key) && rules_.add_binding(b, error))
             installedBindings_.insert(key);
+
+    std::set<std::pair<std::string, Mac48>> wantHosts;
+    for (const auto &[key, b] : wantBindings)
+        wantHosts.insert({b.port, b.mac});
+    for (const auto &h : installedHosts_)
+        if (!wantHosts.count(h))
+            rules_.delete_host(h.first, h.second, error);
+    for (const auto &h : wantHosts)
+        if (!installedHosts_.count(h))
+            rules_.add_host(h.first, h.second, error);
+    installedHosts_ = wantHosts;
 }
 
 // ---- ports and packets ----------------------------------------------------------------------

@@ -126,9 +126,10 @@ private:
     // What the kernel's table holds now.
     bool installed_ = false;
     bool installedLoose_ = false;
-    std::set<std::pair<std::string, bool>> installedPorts_; // device, trusted
-    std::set<std::string> installedBindings_;               // SnoopBinding keys
-    std::array<uint64_t, kSnoopStatisticCount> own_{};      // what the service counts itself
+    std::set<std::pair<std::string, bool>> installedPorts_;  // device, trusted
+    std::set<std::string> installedBindings_;                // SnoopBinding keys
+    std::set<std::pair<std::string, Mac48>> installedHosts_; // their (port, MAC)
+    std::array<uint64_t, kSnoopStatisticCount> own_{};       // what the service counts itself
     SnoopClock::time_point lastLog_{};
     uint32_t logsThisSecond_ = 0;
 

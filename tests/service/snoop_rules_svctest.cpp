@@ -168,18 +168,24 @@ constexpr uint8_t kRouterAdvert = 134, kNeighborSolicit = 135, kNeighborAdvert =
 
 // An IPv6 ND frame of the given type, source MAC/address and (for NS/NA) target. The kernel's
 // rules look at the headers and the target only: the checksum is left zero.
-std::vector<uint8_t> ndFrame(uint8_t type, uint8_t macLast, const uint8_t (&src)[16], const uint8_t (&target)[16])
+// With `optionMacLast`, a link-layer option (source for NS, target for NA) of MAC
+// 02:00:00:00:00:<optionMacLast> follows the target.
+std::vector<uint8_t> ndFrame(uint8_t type, uint8_t macLast, const uint8_t (&src)[16], const uint8_t (&target)[16],
+                             int optionMacLast = -1)
 {
     std::vector<uint8_t> f = {0x33, 0x33, 0, 0, 0, 1, 0x02, 0, 0, 0, 0, macLast, 0x86, 0xdd};
-    const uint16_t payload = 24;
+    const uint16_t payload = optionMacLast < 0 ? 24 : 32;
     uint8_t ip6[40] = {0x60, 0, 0, 0, static_cast<uint8_t>(payload >> 8), static_cast<uint8_t>(payload), 58, 255};
     memcpy(ip6 + 8, src, 16);
     uint8_t allNodes[16] = {0xff, 0x02, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
     memcpy(ip6 + 24, allNodes, 16);
     f.insert(f.end(), ip6, ip6 + 40);
-    uint8_t icmp[24] = {type, 0, 0, 0, 0, 0, 0, 0};
+    uint8_t icmp[32] = {type, 0, 0, 0, 0, 0, 0, 0};
     memcpy(icmp + 8, target, 16);
-    f.insert(f.end(), icmp, icmp + 24);
+    uint8_t option[8] = {static_cast<uint8_t>(type == kNeighborSolicit ? 1 : 2), 1, 0x02, 0, 0, 0, 0,
+                         static_cast<uint8_t>(optionMacLast)};
+    memcpy(icmp + 24, option, sizeof option);
+    f.insert(f.end(), icmp, icmp + payload);
     return f;
 }
 
@@ -243,6 +249,7 @@ TEST(SnoopRules, DroppedFramesReachNoPortAndEachDecisionMovesItsCounter)
         ASSERT_TRUE(rules.add_port("ge1", false, error)) << error;
         ASSERT_TRUE(rules.add_port("ge2", false, error)) << error;
         ASSERT_TRUE(rules.add_binding(bindingOfHostA(), error)) << error;
+        ASSERT_TRUE(rules.add_host("ge1", bindingOfHostA().mac, error)) << error;
         RawPort host1("host1"), host2("host2");
         ASSERT_TRUE(host1.good() && host2.good());
 
@@ -273,6 +280,18 @@ TEST(SnoopRules, DroppedFramesReachNoPortAndEachDecisionMovesItsCounter)
         EXPECT_EQ(packets[SnoopCounter::rsPacketPass], 0u);
         EXPECT_EQ(packets[SnoopCounter::raPacketPass], 0u);
 
+        // A bound host whose link-layer option names another MAC is dropped; naming its own
+        // passes.
+        ASSERT_TRUE(host1.send(ndFrame(kNeighborSolicit, 0x0a, kHostA, kLinkLocal, 0x0b)));
+        EXPECT_FALSE(host2.receives(kNeighborSolicit, 300));
+        ASSERT_TRUE(host1.send(ndFrame(kNeighborAdvert, 0x0a, kHostA, kHostA, 0x0b)));
+        EXPECT_FALSE(host2.receives(kNeighborAdvert, 300));
+        ASSERT_TRUE(host1.send(ndFrame(kNeighborAdvert, 0x0a, kHostA, kHostA, 0x0a)));
+        EXPECT_TRUE(host2.receives(kNeighborAdvert, 1000));
+        ASSERT_TRUE(rules.counters(packets, error)) << error;
+        EXPECT_EQ(packets[SnoopCounter::lladdrInvalid], 2u);
+        EXPECT_EQ(packets[SnoopCounter::naPacketPass], 2u);
+
         // Trusted, the same port passes router advertisements and unbound NAs, counted as passed.
         ASSERT_TRUE(rules.add_port("ge1", true, error)) << error;
         ASSERT_TRUE(host1.send(ndFrame(kRouterAdvert, 0x0a, kLinkLocal, kUnspecified)));
@@ -282,7 +301,7 @@ TEST(SnoopRules, DroppedFramesReachNoPortAndEachDecisionMovesItsCounter)
         ASSERT_TRUE(rules.counters(packets, error)) << error;
         EXPECT_EQ(packets[SnoopCounter::raPacketDrop], 1u);
         EXPECT_EQ(packets[SnoopCounter::raPacketPass], 1u);
-        EXPECT_EQ(packets[SnoopCounter::naPacketPass], 2u);
+        EXPECT_EQ(packets[SnoopCounter::naPacketPass], 3u);
         EXPECT_EQ(packets[SnoopCounter::naPacketDrop], 1u);
 
         // A cleared binding no longer lets its host's NA through; zeroed counters start again.
@@ -330,8 +349,9 @@ TEST(SnoopRules, PortNamesThatCouldNotBeDevicesAreRefused)
 
 TEST(SnoopRules, TheCountersAreNamedAsTheStatisticsNameThem)
 {
-    const char *names[] = {"raPacketPass", "raPacketDrop", "rdPacketPass",  "rdPacketDrop", "rsPacketPass",
-                           "dadPacketDeal", "nsPacketPass", "nsPacketDrop", "naPacketPass", "naPacketDrop"};
+    const char *names[] = {"raPacketPass", "raPacketDrop", "rdPacketPass", "rdPacketDrop",
+                           "rsPacketPass", "dadPacketDeal", "nsPacketPass", "nsPacketDrop",
+                           "naPacketPass", "naPacketDrop", "lladdrInvalid"};
     for (size_t i = 0; i < ndsvc::kSnoopCounterCount; ++i)
         EXPECT_STREQ(ndsvc::snoop_counter_name(static_cast<SnoopCounter>(i)), names[i]);
 }

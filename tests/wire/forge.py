@@ -3,6 +3,8 @@
 #   forge.py na TARGET COUNT          unsolicited NA claiming TARGET with this host's MAC
 #   forge.py ra PREFIX/LEN COUNT      router advertisement of PREFIX from this host
 #   forge.py dad-flood COUNT          COUNT duplicate address detection NS for random targets
+#   forge.py ns-lladdr SRC TARGET LLADDR COUNT
+#                                     NS from SRC for TARGET whose source link-layer option is LLADDR
 import random
 import sys
 
@@ -46,6 +48,13 @@ def dad_flood(count):
     sendp(frames, iface=IFACE, verbose=False)
 
 
+def ns_lladdr(src, target, lladdr, count):
+    group = inet_ntop(socket.AF_INET6, in6_getnsma(inet_pton(socket.AF_INET6, target)))
+    p = (Ether(src=MAC, dst=in6_getnsmac(inet_pton(socket.AF_INET6, group))) / IPv6(src=src, dst=group, hlim=255) /
+         ICMPv6ND_NS(tgt=target) / ICMPv6NDOptSrcLLAddr(lladdr=lladdr))
+    sendp(p, iface=IFACE, count=count, verbose=False)
+
+
 if __name__ == "__main__":
     kind = sys.argv[1]
     if kind == "na":
@@ -54,5 +63,7 @@ if __name__ == "__main__":
         ra(sys.argv[2], int(sys.argv[3]))
     elif kind == "dad-flood":
         dad_flood(int(sys.argv[2]))
+    elif kind == "ns-lladdr":
+        ns_lladdr(sys.argv[2], sys.argv[3], sys.argv[4], int(sys.argv[5]))
     else:
         sys.exit("unknown packet kind " + kind)

@@ -73,6 +73,20 @@ TEST(WireSnooping, AForgedNaFromAnotherPortIsDroppedAndPoisonsNoCache)
     EXPECT_TRUE(within(2s, [&] { return sw.service_log().find(line) != std::string::npos; })) << sw.service_log();
 }
 
+TEST(WireSnooping, ALinkLayerOptionThatNamesAnotherMacIsDroppedAsInvalid)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    bindTwoHosts(sw);
+    long invalid = sw.counter("lladdrInvalid");
+    // Host 1, bound, solicits host 2 naming host 3's MAC as its own: host 2 would send there.
+    ASSERT_EQ(sw.forge(1, {"ns-lladdr", "2001:db8:1::1", "2001:db8:1::2", sw.mac(3), "2"}), 0);
+    EXPECT_TRUE(within(2s, [&] { return sw.counter("lladdrInvalid") == invalid + 2; }))
+        << sw.ndsh("show nd snooping statistics");
+    std::string neighbours = sw.host(2, {"ip", "-6", "neigh", "show", "2001:db8:1::1"});
+    EXPECT_EQ(neighbours.find(sw.mac(3)), std::string::npos) << "poisoned: " << neighbours;
+}
+
 TEST(WireSnooping, ARogueRouterOnAnUntrustedPortReachesNoHost)
 {
     WireSwitch sw(3);
