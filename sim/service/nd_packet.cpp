@@ -395,69 +395,46 @@ bool addressing_sendable(const FrameAddress &addr, const Ip6 &target)
 
 } // namespace
 
+// The text of each reason, in the order of ParseResult.
+// clang-format off
+constexpr std::array<const char *, kParseResultCount> kReasonTexts = {
+    "ok", // Ok
+    "truncated ethernet header", // TruncatedEthernet
+    "not ipv6", // NotIpv6
+    "truncated ipv6 header", // TruncatedIpv6
+    "bad ip version", // BadIpVersion
+    "payload length beyond frame", // TruncatedPayload
+    "multicast source address", // MulticastSource
+    "truncated extension header", // TruncatedExtension
+    "misplaced hop-by-hop header", // MisplacedHopByHop
+    "routing header with segments left", // RoutingNotFinal
+    "fragment header", // Fragmented
+    "not icmpv6", // NotIcmpv6
+    "truncated icmpv6 header", // TruncatedIcmp
+    "not an nd message", // NotNd
+    "hop limit not 255", // BadHopLimit
+    "icmpv6 code not 0", // BadCode
+    "message too short", // MessageTooShort
+    "bad checksum", // BadChecksum
+    "zero-length option", // ZeroLengthOption
+    "option beyond message", // OptionOverrun
+    "bad link-layer address option", // BadLinkLayerOption
+    "bad prefix information option", // BadPrefixOption
+    "multicast target address", // MulticastTarget
+    "dad not to solicited-node address", // DadNotToSolicitedNode
+    "unspecified source with link-layer option", // UnspecifiedWithLinkLayer
+    "solicited advertisement to multicast", // SolicitedToMulticast
+    "source not link-local", // SourceNotLinkLocal
+    "multicast redirect destination", // MulticastRedirectDestination
+    "bad redirect target", // BadRedirectTarget
+};
+// clang-format on
+static_assert(kReasonTexts.back() != nullptr, "a text for every reason");
+
 const char *reason_text(ParseResult result)
 {
-    switch (result) {
-    case ParseResult::Ok:
-        return "ok";
-    case ParseResult::TruncatedEthernet:
-        return "truncated ethernet header";
-    case ParseResult::NotIpv6:
-        return "not ipv6";
-    case ParseResult::TruncatedIpv6:
-        return "truncated ipv6 header";
-    case ParseResult::BadIpVersion:
-        return "bad ip version";
-    case ParseResult::TruncatedPayload:
-        return "payload length beyond frame";
-    case ParseResult::MulticastSource:
-        return "multicast source address";
-    case ParseResult::TruncatedExtension:
-        return "truncated extension header";
-    case ParseResult::MisplacedHopByHop:
-        return "misplaced hop-by-hop header";
-    case ParseResult::RoutingNotFinal:
-        return "routing header with segments left";
-    case ParseResult::Fragmented:
-        return "fragment header";
-    case ParseResult::NotIcmpv6:
-        return "not icmpv6";
-    case ParseResult::TruncatedIcmp:
-        return "truncated icmpv6 header";
-    case ParseResult::NotNd:
-        return "not an nd message";
-    case ParseResult::BadHopLimit:
-        return "hop limit not 255";
-    case ParseResult::BadCode:
-        return "icmpv6 code not 0";
-    case ParseResult::MessageTooShort:
-        return "message too short";
-    case ParseResult::BadChecksum:
-        return "bad checksum";
-    case ParseResult::ZeroLengthOption:
-        return "zero-length option";
-    case ParseResult::OptionOverrun:
-        return "option beyond message";
-    case ParseResult::BadLinkLayerOption:
-        return "bad link-layer address option";
-    case ParseResult::BadPrefixOption:
-        return "bad prefix information option";
-    case ParseResult::MulticastTarget:
-        return "multicast target address";
-    case ParseResult::DadNotToSolicitedNode:
-        return "dad not to solicited-node address";
-    case ParseResult::UnspecifiedWithLinkLayer:
-        return "unspecified source with link-layer option";
-    case ParseResult::SolicitedToMulticast:
-        return "solicited advertisement to multicast";
-    case ParseResult::SourceNotLinkLocal:
-        return "source not link-local";
-    case ParseResult::MulticastRedirectDestination:
-        return "multicast redirect destination";
-    case ParseResult::BadRedirectTarget:
-        return "bad redirect target";
-    }
-    return "unknown";
+    size_t index = static_cast<size_t>(result);
+    return index < kReasonTexts.size() ? kReasonTexts[index] : "unknown";
 }
 
 ParseResult parse(const uint8_t *frame, size_t length, NdPacket &out)

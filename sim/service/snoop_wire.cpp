@@ -221,35 +221,51 @@ bool SnoopWire::snoopedLocked(const std::string &device) const
 
 void SnoopWire::applyLocked()
 {
-    std::string error;
     std::set<std::pair<std::string, bool>> wantPorts;
     for (const auto &[device, port] : ports_)
         if (snoopedLocked(device))
             wantPorts.insert({device, config_.trusted.count(device) != 0});
     if (wantPorts.empty()) {
+        std::string error;
         if (installed_ && rules_.remove(error))
             installed_ = false;
-        installedPorts_.clear();
-        installedBindings_.clear();
-        installedHosts_.clear();
+        forgetInstalledLocked();
         return;
     }
-    if (!installed_ || installedLoose_ != config_.nsLoose) {
-        // A new table starts its counters at zero: what the old one counted is kept.
-        std::map<SnoopCounter, uint64_t> kernel;
-        if (installed_ && rules_.counters(kernel, error))
-            for (const auto &[statistic, counter] : kKernelCounters)
-                own_[statistic] += kernel[counter];
-        if (!rules_.install(config_.nsLoose, error)) {
-            fprintf(stderr, "ndsvc: snooping: cannot install the kernel's table: %s\n", error.c_str());
-            return;
-        }
-        installed_ = true;
-        installedLoose_ = config_.nsLoose;
-        installedPorts_.clear();
-        installedBindings_.clear();
-        installedHosts_.clear();
+    if ((!installed_ || installedLoose_ != config_.nsLoose) && !installTableLocked())
+        return;
+    syncPortsLocked(wantPorts);
+    syncBindingsLocked();
+}
+
+void SnoopWire::forgetInstalledLocked()
+{
+    installedPorts_.clear();
+    installedBindings_.clear();
+    installedHosts_.clear();
+}
+
+bool SnoopWire::installTableLocked()
+{
+    // A new table starts its counters at zero: what the old one counted is kept.
+    std::string error;
+    std::map<SnoopCounter, uint64_t> kernel;
+    if (installed_ && rules_.counters(kernel, error))
+        for (const auto &[statistic, counter] : kKernelCounters)
+            own_[statistic] += kernel[counter];
+    if (!rules_.install(config_.nsLoose, error)) {
+        fprintf(stderr, "ndsvc: snooping: cannot install the kernel's table: %s\n", error.c_str());
+        return false;
     }
+    installed_ = true;
+    installedLoose_ = config_.nsLoose;
+    forgetInstalledLocked();
+    return true;
+}
+
+void SnoopWire::syncPortsLocked(const std::set<std::pair<std::string, bool>> &wantPorts)
+{
+    std::string error;
     for (const auto &p : installedPorts_)
         if (!wantPorts.count(p) && !wantPorts.count({p.first, !p.second}))
             rules_.delete_port(p.first, error);
@@ -257,39 +273,31 @@ void SnoopWire::applyLocked()
         if (!installedPorts_.count(p))
             rules_.add_port(p.first, p.second, error);
     installedPorts_ = wantPorts;
+}
 
+// The kernel's sets of bindings and of bound hosts made equal to the valid and static bindings.
+void SnoopWire::syncBindingsLocked()
+{
+    std::string error;
     std::map<std::string, SnoopBinding> wantBindings;
+    std::set<std::pair<std::string, Mac48>> wantHosts;
     for (SnoopBindingEntry::State state : {SnoopBindingEntry::State::Valid, SnoopBindingEntry::State::Static})
         for (const SnoopBindingEntry &e : table_.of_state(state)) {
             SnoopBinding b = ruleBinding(e.port, e.mac, e.address);
             wantBindings[bindingKey(b)] = b;
+            wantHosts.insert({b.port, b.mac});
         }
     for (auto it = installedBindings_.begin(); it != installedBindings_.end();) {
-        if (wantBindings.count(*it)) {
+        if (!wantBindings.count(it->first)) {
+            rules_.delete_binding(it->second, error);
+            it = installedBindings_.erase(it);
+        } else {
             ++it;
-            continue;
         }
-        // The key names the binding: its parts are read back from it.
-        char port[16] = {}, mac[18] = {}, address[INET6_ADDRSTRLEN] = {};
-        SnoopBinding b;
-        unsigned m[6];
-        if (sscanf(it->c_str(), "%15s %17s %45s", port, mac, address) == 3 &&
-            sscanf(mac, "%x:%x:%x:%x:%x:%x", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]) == 6 &&
-            inet_pton(AF_INET6, address, b.ip6.data()) == 1) {
-            b.port = port;
-            for (size_t i = 0; i < 6; ++i)
-                b.mac[i] = static_cast<uint8_t>(m[i]);
-            rules_.delete_binding(b, error);
-        }
-        it = installedBindings_.erase(it);
     }
     for (const auto &[key, b] : wantBindings)
         if (!installedBindings_.count(key) && rules_.add_binding(b, error))
-            installedBindings_.insert(key);
-
-    std::set<std::pair<std::string, Mac48>> wantHosts;
-    for (const auto &[key, b] : wantBindings)
-        wantHosts.insert({b.port, b.mac});
+            installedBindings_[key] = b;
     for (const auto &h : installedHosts_)
         if (!wantHosts.count(h))
             rules_.delete_host(h.first, h.second, error);

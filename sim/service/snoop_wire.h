@@ -107,6 +107,10 @@ private:
     void tick(SnoopClock::time_point now);
     void refreshPorts();
     void applyLocked();
+    void forgetInstalledLocked();
+    bool installTableLocked();
+    void syncPortsLocked(const std::set<std::pair<std::string, bool>> &wantPorts);
+    void syncBindingsLocked();
     bool snoopedLocked(const std::string &device) const;
     void sendProbeLocked(const SnoopBindingEntry &binding);
     void attackLogLocked(const char *what, const std::string &device, const Mac48 &mac, const Address6 &address);
@@ -127,7 +131,7 @@ private:
     bool installed_ = false;
     bool installedLoose_ = false;
     std::set<std::pair<std::string, bool>> installedPorts_;  // device, trusted
-    std::set<std::string> installedBindings_;                // SnoopBinding keys
+    std::map<std::string, SnoopBinding> installedBindings_;  // by their keys
     std::set<std::pair<std::string, Mac48>> installedHosts_; // their (port, MAC)
     std::array<uint64_t, kSnoopStatisticCount> own_{};       // what the service counts itself
     SnoopClock::time_point lastLog_{};

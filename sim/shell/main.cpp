@@ -14,6 +14,7 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <optional>
 
 #include "ndplat.h"
 #include "ndsh.h"
@@ -123,17 +124,12 @@ bool parse(int argc, char **argv, ndsh::Options &o, std::string &why)
                 return false;
             for (const std::string &cmd : split_commands(v))
                 o.commands.push_back(cmd);
-        } else if (a == "-f") {
-            if (!value(o.file))
-                return false;
-        } else if (a == "--plugin") {
-            if (!value(o.plugin))
-                return false;
-        } else if (a == "--state") {
-            if (!value(o.stateDir))
-                return false;
-        } else if (a == "--lab") {
-            if (!value(o.lab))
+        } else if (std::string *into = a == "-f"         ? &o.file
+                                       : a == "--plugin" ? &o.plugin
+                                       : a == "--state"  ? &o.stateDir
+                                       : a == "--lab"    ? &o.lab
+                                                         : nullptr) {
+            if (!value(*into))
                 return false;
         } else if (a == "--fault") {
             if (!value(v))
@@ -250,6 +246,22 @@ extern "C" const char *__lsan_default_suppressions()
 
 namespace {
 
+// What must hold before anything starts, so that a wrong lab or command file changes nothing:
+// the lab exists, the command file is read. The exit status when it does not.
+std::optional<int> check_inputs(const ndsh::Options &options, std::vector<std::string> &fileLines)
+{
+    std::string why;
+    if (!options.lab.empty() && !ndsh::LabLink::check(options.lab, why)) {
+        fprintf(stderr, "ndsh: --lab %s: %s\n", options.lab.c_str(), why.c_str());
+        return kExitUsage;
+    }
+    if (!options.file.empty() && options.commands.empty() && !read_command_file(options.file, fileLines, why)) {
+        fprintf(stderr, "ndsh: cannot read command file %s: %s\n", options.file.c_str(), why.c_str());
+        return kExitUsage;
+    }
+    return std::nullopt;
+}
+
 int run(int argc, char **argv)
 {
     // The shell only echoes the platform's calls (--trace); keeping them would grow without
@@ -275,19 +287,9 @@ int run(int argc, char **argv)
         fprintf(stderr, "ndsh: cannot load the ND plug-in %s: %s\n", options.plugin.c_str(), error ? error : "unknown error");
         return kExitPlugin;
     }
-    if (!options.lab.empty() && !ndsh::LabLink::check(options.lab, why)) {
-        fprintf(stderr, "ndsh: --lab %s: %s\n", options.lab.c_str(), why.c_str());
-        return kExitUsage;
-    }
-    // The command file is read before anything starts, so that a wrong path changes nothing.
     std::vector<std::string> fileLines;
-    if (!options.file.empty() && options.commands.empty()) {
-        std::string why;
-        if (!read_command_file(options.file, fileLines, why)) {
-            fprintf(stderr, "ndsh: cannot read command file %s: %s\n", options.file.c_str(), why.c_str());
-            return kExitUsage;
-        }
-    }
+    if (std::optional<int> refused = check_inputs(options, fileLines))
+        return *refused;
 
     bool scripted = !options.commands.empty() || !options.file.empty() || options.benchStartup;
     bool terminal = !scripted && isatty(0) && isatty(1);

@@ -152,12 +152,16 @@ TEST(WireSnooping, LooseNsCheckingChangesOnlyTheNsVerdicts)
     EXPECT_GT(sw.counter("nsPacketPass"), nsPassLoose)
         << "the unbound host's NS passed" << sw.ndsh("show nd snooping statistics")
         << sw.host(3, {"ip", "-6", "neigh", "show"});
-    // The NA verdicts are not loosened: a forged NA is still dropped, and counted.
+    // The NA verdicts are not loosened: a forged NA is still dropped, and counted (host 3's
+    // own unbound NAs may be dropped meanwhile too, so the count grows by two at least), and
+    // host 1 still knows host 2 by host 2's MAC.
     long naDrop = sw.counter("naPacketDrop");
     EXPECT_GE(naDrop, naDropLoose);
     ASSERT_EQ(sw.forge(3, {"na", "2001:db8:1::2", "2"}), 0);
-    EXPECT_TRUE(within(2s, [&] { return sw.counter("naPacketDrop") == naDrop + 2; }))
+    EXPECT_TRUE(within(2s, [&] { return sw.counter("naPacketDrop") >= naDrop + 2; }))
         << sw.ndsh("show nd snooping statistics");
+    std::string neighbours = sw.host(1, {"ip", "-6", "neigh", "show", "2001:db8:1::2"});
+    EXPECT_EQ(neighbours.find(sw.mac(3)), std::string::npos) << "poisoned: " << neighbours;
 }
 
 TEST(WireSnooping, DetectionForgetsAHostThatIsGoneWithinRetransmitTimesInterval)
