@@ -12,6 +12,19 @@ bool sameOwner(const SnoopBindingEntry &e, const Mac48 &mac, const std::string &
     return e.mac == mac && e.port == port;
 }
 
+SnoopBindingEntry entryOf(const Address6 &address, const Mac48 &mac, uint16_t vlan, const std::string &port,
+                          SnoopBindingEntry::State state, SnoopClock::time_point since = {})
+{
+    SnoopBindingEntry e;
+    e.address = address;
+    e.mac = mac;
+    e.vlan = vlan;
+    e.port = port;
+    e.state = state;
+    e.since = since;
+    return e;
+}
+
 } // namespace
 
 SnoopBindingTable::Claim SnoopBindingTable::claim(const Address6 &address, const Mac48 &mac, uint16_t vlan,
@@ -22,14 +35,7 @@ SnoopBindingTable::Claim SnoopBindingTable::claim(const Address6 &address, const
         return sameOwner(it->second, mac, port) ? Claim::Same : Claim::Owned;
     if (learned_ >= ceiling_)
         return Claim::Full;
-    SnoopBindingEntry e;
-    e.address = address;
-    e.mac = mac;
-    e.vlan = vlan;
-    e.port = port;
-    e.state = SnoopBindingEntry::State::Tentative;
-    e.since = now;
-    entries_.emplace(Key{vlan, address}, std::move(e));
+    entries_.emplace(Key{vlan, address}, entryOf(address, mac, vlan, port, SnoopBindingEntry::State::Tentative, now));
     ++learned_;
     return Claim::Tentative;
 }
@@ -98,13 +104,7 @@ bool SnoopBindingTable::add_static(const Address6 &address, const Mac48 &mac, ui
             return sameOwner(it->second, mac, port);
         --learned_;
     }
-    SnoopBindingEntry e;
-    e.address = address;
-    e.mac = mac;
-    e.vlan = vlan;
-    e.port = port;
-    e.state = SnoopBindingEntry::State::Static;
-    entries_[Key{vlan, address}] = std::move(e);
+    entries_[Key{vlan, address}] = entryOf(address, mac, vlan, port, SnoopBindingEntry::State::Static);
     return true;
 }
 

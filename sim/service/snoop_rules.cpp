@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "svc_items.h"
+
 namespace ndsvc {
 
 namespace {
@@ -31,31 +33,13 @@ bool validPort(const std::string &port)
     return true;
 }
 
-std::string macText(const std::array<uint8_t, 6> &mac)
-{
-    char text[18];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
-    return text;
-}
-
-// The address as an IPv6 literal, and as the 128-bit number that the raw payload expression
-// of an ND target compares with.
-std::string ip6Text(const std::array<uint8_t, 16> &ip)
-{
-    std::string text;
-    char group[6];
-    for (size_t i = 0; i < ip.size(); i += 2) {
-        snprintf(group, sizeof group, "%s%x", i ? ":" : "", (ip[i] << 8) | ip[i + 1]);
-        text += group;
-    }
-    return text;
-}
-
-std::string ip6Number(const std::array<uint8_t, 16> &ip)
+// Bytes as the number that a raw payload expression compares with: an ND target's 128 bits, a
+// link-layer option's 48.
+template <size_t N> std::string hexNumber(const std::array<uint8_t, N> &bytes)
 {
     std::string text = "0x";
     char byte[3];
-    for (uint8_t b : ip) {
+    for (uint8_t b : bytes) {
         snprintf(byte, sizeof byte, "%02x", b);
         text += byte;
     }
@@ -214,9 +198,9 @@ namespace {
 // The commands that add (or delete) a binding in both of its sets.
 std::string bindingCommands(const char *verb, const SnoopBinding &b)
 {
-    std::string head = "\"" + b.port + "\" . " + macText(b.mac) + " . ";
-    return std::string(verb) + " element " + table() + " sources { " + head + ip6Text(b.ip6) + " }\n" + verb +
-           " element " + table() + " targets { " + head + ip6Number(b.ip6) + " }\n";
+    std::string head = "\"" + b.port + "\" . " + mac_colon_text(b.mac) + " . ";
+    return std::string(verb) + " element " + table() + " sources { " + head + ip6_text(b.ip6) + " }\n" + verb +
+           " element " + table() + " targets { " + head + hexNumber(b.ip6) + " }\n";
 }
 
 } // namespace
@@ -245,14 +229,8 @@ namespace {
 // 48 bits of a link-layer option.
 std::string hostCommand(const char *verb, const std::string &port, const std::array<uint8_t, 6> &mac)
 {
-    std::string number = "0x";
-    char byte[3];
-    for (uint8_t b : mac) {
-        snprintf(byte, sizeof byte, "%02x", b);
-        number += byte;
-    }
-    return std::string(verb) + " element " + table() + " hosts { \"" + port + "\" . " + macText(mac) + " . " +
-           number + " }\n";
+    return std::string(verb) + " element " + table() + " hosts { \"" + port + "\" . " + mac_colon_text(mac) + " . " +
+           hexNumber(mac) + " }\n";
 }
 
 } // namespace

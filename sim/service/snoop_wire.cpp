@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "nd_packet.h"
+#include "svc_items.h"
 #include "wire_links.h"
 
 namespace ndsvc {
@@ -29,20 +30,6 @@ constexpr auto kTick = std::chrono::milliseconds(100);
 constexpr auto kPortsEvery = std::chrono::milliseconds(500);
 constexpr uint32_t kAttackLinesPerSecond = 10;
 
-std::string addressText(const Address6 &a)
-{
-    char text[INET6_ADDRSTRLEN];
-    inet_ntop(AF_INET6, a.data(), text, sizeof text);
-    return text;
-}
-
-std::string macText(const Mac48 &m)
-{
-    char text[18];
-    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", m[0], m[1], m[2], m[3], m[4], m[5]);
-    return text;
-}
-
 SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Address6 &address)
 {
     SnoopBinding b;
@@ -54,7 +41,7 @@ SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Addr
 
 std::string bindingKey(const SnoopBinding &b)
 {
-    return b.port + " " + macText(b.mac) + " " + addressText(b.ip6);
+    return b.port + " " + mac_colon_text(b.mac) + " " + ip6_text(b.ip6);
 }
 
 // A packet socket that reads the frames entering one device. It must take every protocol: a
@@ -541,7 +528,7 @@ void SnoopWire::attackLogLocked(const char *what, const std::string &device, con
         return;
     auto it = ports_.find(device);
     fprintf(stderr, "ndsvc: nd snooping attack: %s on %s vlan %u from %s for %s\n", what, port_of(device).c_str(),
-            it == ports_.end() ? 0u : it->second.vlan, macText(mac).c_str(), addressText(address).c_str());
+            it == ports_.end() ? 0u : it->second.vlan, mac_colon_text(mac).c_str(), ip6_text(address).c_str());
 }
 
 } // namespace ndsvc

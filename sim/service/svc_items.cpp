@@ -103,6 +103,13 @@ std::string mac_text(const Mac &mac)
     return text;
 }
 
+std::string mac_colon_text(const Mac &mac)
+{
+    char text[18];
+    snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+    return text;
+}
+
 std::string tunnel_text(uint8_t family, const uint8_t *addr)
 {
     char text[INET6_ADDRSTRLEN] = {};

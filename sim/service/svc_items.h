@@ -43,6 +43,7 @@ bool item_text(const CmfRequest &request, uint32_t type, std::string &out);
 
 std::string ip6_text(const Ip6 &ip);
 std::string mac_text(const Mac &mac);
+std::string mac_colon_text(const Mac &mac); // "02:00:00:00:00:0a", as Linux and nftables write it
 // An IPv4 (family AF_INET) or IPv6 address as text.
 std::string tunnel_text(uint8_t family, const uint8_t *addr);
 bool parse_ip6(const std::string &text, Ip6 &out);
