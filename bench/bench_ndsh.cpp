@@ -49,46 +49,6 @@ std::string commandFile(uint32_t vlans)
     return text;
 }
 
-// `ndsh -f file` in stateDir, its output into outPath; the wall time from the spawn to its end,
-// or a negative value with the reason.
-double runCommandFile(const Binaries &bin, const std::string &stateDir, const std::string &file,
-                      const std::string &outPath, std::string &why)
-{
-    constexpr int kCommandFileTimeoutMs = 30 * 60 * 1000;
-    Words env(childEnvironment(stateDir, bin.ndsvc));
-    Words argv({bin.ndsh, "--state", stateDir, "-f", file});
-    Clock::time_point t0;
-    pid_t pid = -1;
-    {
-        Fd out(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-        if (!out.ok()) {
-            why = "cannot write " + outPath;
-            return -1;
-        }
-        t0 = Clock::now();
-        pid = fork();
-        if (pid == 0) {
-            int in = open("/dev/null", O_RDONLY);
-            dup2(in, 0);
-            dup2(out.get(), 1);
-            dup2(out.get(), 2);
-            execShell(argv, env);
-        }
-    }
-    if (pid < 0) {
-        why = "fork failed";
-        return -1;
-    }
-    Child child(pid);
-    int status = child.reap(kCommandFileTimeoutMs);
-    double ms = sinceMs(t0);
-    if (status != 0) {
-        why = "ndsh -f exited with " + std::to_string(status) + ": " + readFile(outPath).substr(0, 300);
-        return -1;
-    }
-    return ms;
-}
-
 // Reads the shell's terminal until the prompt appears or the time is up: the time from t0 to
 // the prompt, negative when none came; what was read stays in seen.
 double waitForPrompt(int fd, Clock::time_point t0, int timeoutMs, std::string &seen)
@@ -161,6 +121,44 @@ double startToPrompt(const Binaries &bin, const std::string &stateDir, std::stri
 }
 
 } // namespace
+
+double runCommandFile(const Binaries &bin, const std::string &stateDir, const std::string &file,
+                      const std::string &outPath, std::string &why)
+{
+    constexpr int kCommandFileTimeoutMs = 30 * 60 * 1000;
+    Words env(childEnvironment(stateDir, bin.ndsvc));
+    Words argv({bin.ndsh, "--state", stateDir, "-f", file});
+    Clock::time_point t0;
+    pid_t pid = -1;
+    {
+        Fd out(open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+        if (!out.ok()) {
+            why = "cannot write " + outPath;
+            return -1;
+        }
+        t0 = Clock::now();
+        pid = fork();
+        if (pid == 0) {
+            int in = open("/dev/null", O_RDONLY);
+            dup2(in, 0);
+            dup2(out.get(), 1);
+            dup2(out.get(), 2);
+            execShell(argv, env);
+        }
+    }
+    if (pid < 0) {
+        why = "fork failed";
+        return -1;
+    }
+    Child child(pid);
+    int status = child.reap(kCommandFileTimeoutMs);
+    double ms = sinceMs(t0);
+    if (status != 0) {
+        why = "ndsh -f exited with " + std::to_string(status) + ": " + readFile(outPath).substr(0, 300);
+        return -1;
+    }
+    return ms;
+}
 
 std::string measureCommandFile(Bench &bench, RunDir &runDir, const Binaries &bin)
 {

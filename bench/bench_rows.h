@@ -67,6 +67,13 @@ struct Binaries {
 // running (once only when the row is not chosen: the other rows need the configured switch).
 // The last configured state directory, empty when none was configured.
 std::string measureCommandFile(Bench &bench, RunDir &runDir, const Binaries &bin);
+// `ndsh -f file` in stateDir, its output into outPath; the wall time from the spawn to its end,
+// or a negative value with the reason.
+double runCommandFile(const Binaries &bin, const std::string &stateDir, const std::string &file,
+                      const std::string &outPath, std::string &why);
+// ND snooping on the wire, in a lab of two real hosts (root): how fast claims are learned and
+// how long a host's duplicate address detection takes to become its listed binding; notes only.
+void measureWire(Bench &bench, RunDir &runDir, const Binaries &bin);
 // ndsh start to prompt in the configured state directory, the service running.
 void measureStartup(Bench &bench, const Binaries &bin, const std::string &stateDir);
 

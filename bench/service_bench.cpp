@@ -113,5 +113,7 @@ int main(int argc, char **argv)
     installCleanupSignals();
     std::string mainDir = measureCommandFile(bench, runDir, options.bin);
     measureOnSwitch(bench, runDir, options.bin, mainDir);
+    if (options.only.empty())
+        measureWire(bench, runDir, options.bin);
     return printTable(bench.rows, bench.shown(), bench.notes) ? 0 : 1;
 }

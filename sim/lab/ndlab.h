@@ -11,6 +11,7 @@
 #define NDLAB_H
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -140,6 +141,12 @@ Result<std::string> namespace_of(std::string_view name, std::string_view where);
 // this process's standard input and output, and answers its exit status (128 + the signal when
 // one ended it).
 Result<int> exec(std::string_view name, std::string_view where, const std::vector<std::string> &argv);
+
+// Sends `count` frames from host K's eth0 as that host would, as fast as its socket takes them:
+// `make` writes frame `index` into buf (at most `capacity` bytes) and answers its length, 0 to
+// send none. Answers how many were sent.
+using FrameMaker = std::function<size_t(size_t index, uint8_t *buf, size_t capacity)>;
+Result<size_t> send_frames(std::string_view name, int port, size_t count, const FrameMaker &make);
 
 // The iproute2 program used: $NDLAB_IP when set, else /usr/sbin/ip, else "ip" found in PATH.
 std::string ip_program();

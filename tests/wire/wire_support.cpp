@@ -1,15 +1,7 @@
 #include "wire_support.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <linux/if_packet.h>
-#include <net/ethernet.h>
-#include <net/if.h>
-#include <sched.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 #include <random>
 #include <cstdio>
@@ -36,9 +28,12 @@ std::string readAll(const std::string &path)
 
 WireSwitch::WireSwitch(int ports, const std::string &serviceArgs) : serviceArgs_(serviceArgs)
 {
-    static std::atomic<int> counter{0};
-    name_ = "w" + std::to_string(getpid()) + "x" + std::to_string(counter++);
+    // The lab is named after the test's scratch directory (/tmp/ndwire-<pid>/<n>).
     state_ = ndtest::fresh_scratch_dir("ndwire");
+    name_ = state_.substr(strlen("/tmp/"));
+    for (char &c : name_)
+        if (c == '/')
+            c = '-';
     ndlab::Result<ndlab::Lab> made = ndlab::Lab::create(name_, ports);
     if (!made) {
         why_ = "cannot make lab " + name_ + ": " + made.message();
@@ -132,43 +127,21 @@ bool WireSwitch::remove_host(int k) const
 
 size_t WireSwitch::flood_dad(int k, size_t count) const
 {
-    size_t sent = 0;
-    std::string space = "/run/netns/" + ndlab::host_namespace(name_, k);
-    std::string ownMac = mac(k);
-    // On a thread of its own: entering the host's namespace changes only that thread.
-    std::thread sender([&] {
-        int ns = open(space.c_str(), O_RDONLY | O_CLOEXEC);
-        if (ns < 0 || setns(ns, CLONE_NEWNET) != 0)
-            return;
-        close(ns);
-        int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL));
-        if (fd < 0)
-            return;
-        sockaddr_ll to{};
-        to.sll_family = AF_PACKET;
-        to.sll_ifindex = static_cast<int>(if_nametoindex("eth0"));
-        ndsvc::packet::FrameAddress addr;
-        unsigned m[6] = {};
-        sscanf(ownMac.c_str(), "%x:%x:%x:%x:%x:%x", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]);
-        for (size_t i = 0; i < 6; ++i)
-            addr.eth_src[i] = static_cast<uint8_t>(m[i]);
-        std::mt19937 random(static_cast<uint32_t>(getpid()));
-        uint8_t frame[ndsvc::packet::kMaxBuiltFrame];
-        for (size_t n = 0; n < count; ++n) {
-            ndsvc::packet::Ip6 target = {0x20, 0x01, 0x0d, 0xb8, 0, 0x0f};
-            uint32_t r = random();
-            memcpy(target.data() + 12, &r, sizeof r);
-            addr.dst = ndsvc::packet::solicited_node(target);
-            addr.eth_dst = ndsvc::packet::multicast_mac(addr.dst);
-            size_t length = ndsvc::packet::build_ns(addr, target, nullptr, frame, sizeof frame);
-            if (length && sendto(fd, frame, length, 0, reinterpret_cast<sockaddr *>(&to), sizeof to) ==
-                              static_cast<ssize_t>(length))
-                ++sent;
-        }
-        close(fd);
+    ndsvc::packet::FrameAddress addr;
+    unsigned m[6] = {};
+    sscanf(mac(k).c_str(), "%x:%x:%x:%x:%x:%x", &m[0], &m[1], &m[2], &m[3], &m[4], &m[5]);
+    for (size_t i = 0; i < 6; ++i)
+        addr.eth_src[i] = static_cast<uint8_t>(m[i]);
+    std::mt19937 random(static_cast<uint32_t>(getpid()));
+    ndlab::Result<size_t> sent = ndlab::send_frames(name_, k, count, [&](size_t, uint8_t *buf, size_t capacity) {
+        ndsvc::packet::Ip6 target = {0x20, 0x01, 0x0d, 0xb8, 0, 0x0f};
+        uint32_t r = random();
+        memcpy(target.data() + 12, &r, sizeof r);
+        addr.dst = ndsvc::packet::solicited_node(target);
+        addr.eth_dst = ndsvc::packet::multicast_mac(addr.dst);
+        return ndsvc::packet::build_ns(addr, target, nullptr, buf, capacity);
     });
-    sender.join();
-    return sent;
+    return sent ? sent.value() : 0;
 }
 
 bool within(std::chrono::milliseconds limit, const std::function<bool()> &done)

@@ -1,0 +1,132 @@
+// ND snooping on the wire: a lab of two real hosts around a service that snoops on it. How
+// fast the service learns a flood of claims, and how long a host's own duplicate address
+// detection takes to become its listed binding. Needs root and network namespaces; without
+// them the notes say why.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <thread>
+
+#include "bench_common.h"
+#include "bench_control.h"
+#include "bench_rows.h"
+#include "nd_packet.h"
+#include "ndlab.h"
+
+namespace ndbench {
+
+namespace {
+
+constexpr int kPollMs = 20;
+
+// ndsh's answer to the commands (one a line) in `answer`; false with the reason in why.
+bool ask(const Binaries &bin, const std::string &stateDir, const std::string &commands, std::string &answer,
+         std::string &why)
+{
+    std::string file = stateDir + "/wire.cmd", out = stateDir + "/wire.out";
+    std::ofstream(file) << commands;
+    if (runCommandFile(bin, stateDir, file, out, why) < 0)
+        return false;
+    answer = readFile(out);
+    return true;
+}
+
+// Polls the listing until it shows `text` or limitMs pass; the ms it took, or -1.
+double untilListed(const Binaries &bin, const std::string &stateDir, const std::string &command,
+                   const std::string &text, Clock::time_point t0, int limitMs)
+{
+    std::string why, answer;
+    while (sinceMs(t0) < limitMs) {
+        if (ask(bin, stateDir, command + "\n", answer, why) && answer.find(text) != std::string::npos)
+            return sinceMs(t0);
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+    }
+    return -1;
+}
+
+// Duplicate address detection NS, each for another address of 2001:db8:f::/64.
+ndlab::FrameMaker claims(const std::array<uint8_t, 6> &mac)
+{
+    return [mac](size_t index, uint8_t *buf, size_t capacity) {
+        ndsvc::packet::FrameAddress addr;
+        addr.eth_src = mac;
+        ndsvc::packet::Ip6 target = {0x20, 0x01, 0x0d, 0xb8, 0, 0x0f};
+        uint32_t n = static_cast<uint32_t>(index) + 1;
+        memcpy(target.data() + 12, &n, sizeof n);
+        addr.dst = ndsvc::packet::solicited_node(target);
+        addr.eth_dst = ndsvc::packet::multicast_mac(addr.dst);
+        return ndsvc::packet::build_ns(addr, target, nullptr, buf, capacity);
+    };
+}
+
+std::string labName(const RunDir &runDir)
+{
+    std::string name = "b" + runDir.path().substr(runDir.path().rfind('.') + 1);
+    return name.substr(0, ndlab::kMaxNameLength);
+}
+
+} // namespace
+
+void measureWire(Bench &bench, RunDir &runDir, const Binaries &bin)
+{
+    ndlab::Result<ndlab::Lab> lab = ndlab::Lab::create(labName(runDir), 2);
+    if (!lab) {
+        bench.notes.push_back("wire: no lab: " + lab.message());
+        return;
+    }
+    const std::string name = lab.value().name();
+    const size_t claimCount = bench.sizes.dynamicBinds;
+    std::string dir = runDir.stateDir("wire");
+    std::string why, before;
+    if (!runDir.startService(dir, {"--lab", name, "--learned-ceiling", std::to_string(claimCount + 100)}) ||
+        !ask(bin, dir, "configure terminal\nnd snooping enable\nvlan 1\nnd snooping enable\nend\n", before, why)) {
+        bench.notes.push_back("wire: the service did not snoop on lab " + name + " " + why);
+        return;
+    }
+    const std::string listing = "show nd snooping user-bind dynamic | include Total";
+    std::vector<double> dad;
+    for (int r = 1; r <= bench.runs; ++r) {
+        std::string address = "2001:db8:2::" + std::to_string(r);
+        Clock::time_point t0 = Clock::now();
+        if (ndlab::exec(name, "h1", {"ip", "-6", "addr", "add", address + "/64", "dev", "eth0"}).value() != 0)
+            break;
+        double ms = untilListed(bin, dir, "show nd snooping user-bind dynamic | include " + address + " ",
+                                address + " ", t0, 10000);
+        if (ms >= 0)
+            dad.push_back(ms);
+    }
+    std::sort(dad.begin(), dad.end());
+    if (!dad.empty())
+        bench.notes.push_back("wire: a host's own DAD to its binding listed (`ip -6 addr add` to the row), ms: median " +
+                              figure(median(dad)) + ", " + figure(dad.front()) + ".." + figure(dad.back()) +
+                              " (the kernel waits up to 1 s before its first NS, the service 1 s for a defence)");
+
+    // A flood of forged claims from host 2: the time until the last is listed, less the 1 s
+    // that each claim waits for a defence.
+    ask(bin, dir, listing + "\n", before, why);
+    size_t at = before.find("Total number: ");
+    if (at == std::string::npos) {
+        bench.notes.push_back("wire: no listing " + why);
+        return;
+    }
+    size_t listed = strtoul(before.c_str() + at + strlen("Total number: "), nullptr, 10);
+    Clock::time_point t0 = Clock::now();
+    ndlab::Result<size_t> sent = ndlab::send_frames(name, 2, claimCount, claims({0x02, 0, 0, 0, 0x02, 0x02}));
+    double sendMs = sinceMs(t0);
+    double ms = sent && sent.value() == claimCount
+                    ? untilListed(bin, dir, listing, "Total number: " + std::to_string(listed + claimCount), t0, 30000)
+                    : -1;
+    if (ms < 0) {
+        bench.notes.push_back("wire: the flood of claims was not learned whole");
+        return;
+    }
+    double learning = std::max(ms - 1000, sendMs);
+    bench.notes.push_back("wire: " + withThousands(claimCount) + " forged claims from one host sent in " +
+                          figure(sendMs) + " ms, all listed " + figure(ms) + " ms after the first: " +
+                          withThousands(static_cast<uint64_t>(static_cast<double>(claimCount) * 1000 / learning)) +
+                          " claims learned a second (the detection time taken off)");
+}
+
+} // namespace ndbench
