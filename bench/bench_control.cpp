@@ -24,6 +24,7 @@ namespace {
 // What the signal handler may need: plain storage, read with async-signal-safe calls only.
 constexpr size_t kMaxTracked = 64;
 char gRunDir[256];
+char gLab[64]; // a lab made by this run, deleted by ndlab
 volatile pid_t gServices[kMaxTracked];
 volatile sig_atomic_t gServiceCount = 0;
 volatile pid_t gChild = -1; // the ndsh running now
@@ -59,6 +60,15 @@ void onSignal(int sig)
             kill(gServices[i], SIGTERM);
             waitpid(gServices[i], nullptr, 0);
         }
+    if (gLab[0]) {
+        pid_t del = fork();
+        if (del == 0) {
+            execl(ND_BENCH_NDLAB, "ndlab", "delete", gLab, static_cast<char *>(nullptr));
+            _exit(127);
+        }
+        if (del > 0)
+            waitpid(del, nullptr, 0);
+    }
     if (gRunDir[0]) {
         pid_t rm = fork();
         if (rm == 0) {
@@ -98,6 +108,11 @@ RunDir::~RunDir()
     if (!path_.empty())
         std::filesystem::remove_all(path_, ignored);
     gRunDir[0] = '\0';
+}
+
+void RunDir::trackLab(const std::string &name)
+{
+    snprintf(gLab, sizeof gLab, "%s", name.c_str());
 }
 
 std::string RunDir::stateDir(const std::string &name)

@@ -32,6 +32,8 @@ public:
     void stopService(const std::string &dir);
     // Stops its service and removes a state directory that is no longer needed.
     void dropStateDir(const std::string &dir);
+    // A lab of this run, which a signal deletes too (its owner deletes it otherwise).
+    void trackLab(const std::string &name);
 
 private:
     std::string path_;

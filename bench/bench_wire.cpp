@@ -77,6 +77,7 @@ void measureWire(Bench &bench, RunDir &runDir, const Binaries &bin)
         return;
     }
     const std::string name = lab.value().name();
+    runDir.trackLab(name);
     const size_t claimCount = bench.sizes.dynamicBinds;
     std::string dir = runDir.stateDir("wire");
     std::string why, before;
