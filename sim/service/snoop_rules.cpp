@@ -205,52 +205,80 @@ std::string bindingCommands(const char *verb, const SnoopBinding &b)
 
 } // namespace
 
+namespace {
+
+// The commands of one transaction that adds and removes set elements; false on a port name no
+// device can have. Adding what goes first keeps the transaction valid whether or not it was
+// there.
+template <typename Item, typename PortOf, typename CommandOf>
+bool changeCommands(const std::vector<Item> &added, const std::vector<Item> &removed, PortOf portOf,
+                    CommandOf command, std::string &commands, std::string &error)
+{
+    for (const std::vector<Item> *list : {&added, &removed})
+        for (const Item &item : *list) {
+            if (!validPort(portOf(item))) {
+                error = "bad port name";
+                return false;
+            }
+            commands += command("add", item);
+            if (list == &removed)
+                commands += command("delete", item);
+        }
+    return true;
+}
+
+} // namespace
+
+bool SnoopRules::change_bindings(const std::vector<SnoopBinding> &added, const std::vector<SnoopBinding> &removed,
+                                 std::string &error)
+{
+    std::string commands;
+    if (!changeCommands(
+            added, removed, [](const SnoopBinding &b) { return b.port; }, bindingCommands, commands, error))
+        return false;
+    return commands.empty() || run(commands, error);
+}
+
 bool SnoopRules::add_binding(const SnoopBinding &binding, std::string &error)
 {
-    if (!validPort(binding.port)) {
-        error = "bad port name";
-        return false;
-    }
-    return run(bindingCommands("add", binding), error);
+    return change_bindings({binding}, {}, error);
 }
 
 bool SnoopRules::delete_binding(const SnoopBinding &binding, std::string &error)
 {
-    if (!validPort(binding.port)) {
-        error = "bad port name";
-        return false;
-    }
-    return run(bindingCommands("add", binding) + bindingCommands("delete", binding), error);
+    return change_bindings({}, {binding}, error);
 }
 
 namespace {
 
 // The commands that add (or delete) a bound host: its port, its MAC, and the same MAC as the
 // 48 bits of a link-layer option.
-std::string hostCommand(const char *verb, const std::string &port, const std::array<uint8_t, 6> &mac)
+std::string hostCommand(const char *verb, const SnoopHost &h)
 {
-    return std::string(verb) + " element " + table() + " hosts { \"" + port + "\" . " + mac_colon_text(mac) + " . " +
-           hexNumber(mac) + " }\n";
+    return std::string(verb) + " element " + table() + " hosts { \"" + h.first + "\" . " + mac_colon_text(h.second) +
+           " . " + hexNumber(h.second) + " }\n";
 }
 
 } // namespace
 
+bool SnoopRules::change_hosts(const std::vector<SnoopHost> &added, const std::vector<SnoopHost> &removed,
+                              std::string &error)
+{
+    std::string commands;
+    if (!changeCommands(
+            added, removed, [](const SnoopHost &h) { return h.first; }, hostCommand, commands, error))
+        return false;
+    return commands.empty() || run(commands, error);
+}
+
 bool SnoopRules::add_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error)
 {
-    if (!validPort(port)) {
-        error = "bad port name";
-        return false;
-    }
-    return run(hostCommand("add", port, mac), error);
+    return change_hosts({{port, mac}}, {}, error);
 }
 
 bool SnoopRules::delete_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error)
 {
-    if (!validPort(port)) {
-        error = "bad port name";
-        return false;
-    }
-    return run(hostCommand("add", port, mac) + hostCommand("delete", port, mac), error);
+    return change_hosts({}, {{port, mac}}, error);
 }
 
 bool SnoopRules::counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error)

@@ -13,6 +13,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 struct nft_ctx;
 
@@ -42,6 +44,9 @@ struct SnoopBinding {
     std::array<uint8_t, 16> ip6; // its IPv6 address
 };
 
+// A bound host: its port and its MAC.
+using SnoopHost = std::pair<std::string, std::array<uint8_t, 6>>;
+
 class SnoopRules {
 public:
     static constexpr const char *kTable = "ndsvc_snooping";
@@ -64,10 +69,14 @@ public:
     bool delete_port(const std::string &port, std::string &error);
     bool add_binding(const SnoopBinding &binding, std::string &error);
     bool delete_binding(const SnoopBinding &binding, std::string &error);
+    // Many at once, in one transaction.
+    bool change_bindings(const std::vector<SnoopBinding> &added, const std::vector<SnoopBinding> &removed,
+                         std::string &error);
     // The (port, MAC) pairs of the bindings: a bound host's link-layer option must name the
     // MAC it sends from.
     bool add_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error);
     bool delete_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error);
+    bool change_hosts(const std::vector<SnoopHost> &added, const std::vector<SnoopHost> &removed, std::string &error);
     // Every counter's packets, and zeroing them.
     bool counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error);
     bool reset_counters(std::string &error);

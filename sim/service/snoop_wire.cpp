@@ -29,6 +29,7 @@ constexpr const char *kBridgePrefix = "vlan";
 constexpr auto kTick = std::chrono::milliseconds(100);
 constexpr auto kPortsEvery = std::chrono::milliseconds(500);
 constexpr uint32_t kAttackLinesPerSecond = 10;
+constexpr int kPortReceiveBuffer = 8 << 20;
 
 SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Address6 &address)
 {
@@ -62,6 +63,11 @@ int openPortSocket(int index)
         close(fd);
         return -1;
     }
+    // Room for a burst: a host's flood of claims is read, not lost in the socket. Beyond the
+    // system's limit only with the right to exceed it (the service runs as root in a lab).
+    int room = kPortReceiveBuffer;
+    if (setsockopt(fd, SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0)
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
     return fd;
 }
 
@@ -274,23 +280,33 @@ void SnoopWire::syncBindingsLocked()
             wantBindings[bindingKey(b)] = b;
             wantHosts.insert({b.port, b.mac});
         }
+    // The changes go to the kernel in one transaction each: a flood's bindings become valid
+    // together.
+    std::vector<SnoopBinding> added, removed;
     for (auto it = installedBindings_.begin(); it != installedBindings_.end();) {
         if (!wantBindings.count(it->first)) {
-            rules_.delete_binding(it->second, error);
+            removed.push_back(it->second);
             it = installedBindings_.erase(it);
         } else {
             ++it;
         }
     }
     for (const auto &[key, b] : wantBindings)
-        if (!installedBindings_.count(key) && rules_.add_binding(b, error))
+        if (!installedBindings_.count(key)) {
+            added.push_back(b);
             installedBindings_[key] = b;
+        }
+    if (!rules_.change_bindings(added, removed, error))
+        fprintf(stderr, "ndsvc: snooping: cannot change the kernel's bindings: %s\n", error.c_str());
+    std::vector<SnoopHost> hostsAdded, hostsRemoved;
     for (const auto &h : installedHosts_)
         if (!wantHosts.count(h))
-            rules_.delete_host(h.first, h.second, error);
+            hostsRemoved.push_back(h);
     for (const auto &h : wantHosts)
         if (!installedHosts_.count(h))
-            rules_.add_host(h.first, h.second, error);
+            hostsAdded.push_back(h);
+    if (!rules_.change_hosts(hostsAdded, hostsRemoved, error))
+        fprintf(stderr, "ndsvc: snooping: cannot change the kernel's hosts: %s\n", error.c_str());
     installedHosts_ = wantHosts;
 }
 
