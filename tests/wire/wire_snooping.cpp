@@ -182,6 +182,8 @@ TEST(WireSnooping, DetectionForgetsAHostThatIsGoneWithinRetransmitTimesInterval)
         return sw.ndsh("show nd snooping user-bind dynamic").find("2001:db8:1::2 ") == std::string::npos;
     }));
     EXPECT_LE(std::chrono::steady_clock::now() - gone, 8s);
+    // Its port went with its namespace: the probes meant for it could not be sent.
+    EXPECT_GE(sw.counter("sendDtPktFail"), 1);
     EXPECT_NE(sw.ndsh("show nd snooping user-bind dynamic").find("2001:db8:1::1 "), std::string::npos)
         << "the present host stays";
 }
