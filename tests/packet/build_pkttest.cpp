@@ -46,7 +46,7 @@ TEST(PacketBuild, UnicastSolicitationWithSourceLinkLayer)
     ASSERT_EQ(n, 86u);
     const Bytes frame = built(n, buf);
 
-    FrameSpec expected;
+    FrameRecipe expected;
     expected.eth_dst = kHostMac;
     expected.eth_src = kSwitchMac;
     expected.src = kSwitchGlobal;
@@ -104,7 +104,7 @@ TEST(PacketBuild, ProbeFromUnspecifiedCarriesNoLinkLayerOption)
     const size_t n = build_ns(a, kHostGlobal, nullptr, buf, sizeof buf);
     ASSERT_EQ(n, 78u);
     const Bytes frame = built(n, buf);
-    FrameSpec expected = dad_frame();
+    FrameRecipe expected = dad_frame();
     expected.eth_src = kSwitchMac;
     EXPECT_EQ(frame, expected.bytes());
     expect_checksum_verifies(frame, 14);
@@ -136,7 +136,7 @@ TEST(PacketBuild, SolicitedAdvertisementWithEachFlag)
         ASSERT_EQ(n, 86u);
         const Bytes frame = built(n, buf);
 
-        FrameSpec expected = na_frame();
+        FrameRecipe expected = na_frame();
         expected.eth_src = kSwitchMac;
         const uint8_t bits = static_cast<uint8_t>((flags.router ? 0x80 : 0) | (flags.solicited ? 0x40 : 0) |
                                                   (flags.override_flag ? 0x20 : 0));

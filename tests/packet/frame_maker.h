@@ -154,7 +154,7 @@ inline const Ip6 kAllRouters = ip6(0xff02, 0, 0, 0, 0, 0, 0, 2);
 inline const Ip6 kHostGlobalSolicited = ip6(0xff02, 0, 0, 0, 0, 1, 0xff00, 0x0042);
 
 // A whole frame; every field can be bent to make one fault.
-struct FrameSpec {
+struct FrameRecipe {
     Mac eth_dst = {0x33, 0x33, 0, 0, 0, 1};
     Mac eth_src = kHostMac;
     std::optional<uint16_t> tag;    // the 802.1Q tag control field when tagged
@@ -225,9 +225,9 @@ inline ndsvc::packet::ParseResult parse_exact(const Bytes &frame, ndsvc::packet:
 }
 
 // Frames of each message type, valid as they stand.
-inline FrameSpec ns_frame()
+inline FrameRecipe ns_frame()
 {
-    FrameSpec f;
+    FrameRecipe f;
     f.eth_dst = {0x33, 0x33, 0xff, 0x00, 0x00, 0x42};
     f.src = kPeerGlobal;
     f.dst = kHostGlobalSolicited;
@@ -236,16 +236,16 @@ inline FrameSpec ns_frame()
     append(f.body, lladdr_option(1, kHostMac));
     return f;
 }
-inline FrameSpec dad_frame()
+inline FrameRecipe dad_frame()
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     f.src = kUnspecified;
     f.body = neighbor_body(0, kHostGlobal);
     return f;
 }
-inline FrameSpec na_frame()
+inline FrameRecipe na_frame()
 {
-    FrameSpec f;
+    FrameRecipe f;
     f.eth_dst = kOtherMac;
     f.src = kHostGlobal;
     f.dst = kPeerGlobal;
@@ -254,18 +254,18 @@ inline FrameSpec na_frame()
     append(f.body, lladdr_option(2, kHostMac));
     return f;
 }
-inline FrameSpec rs_frame()
+inline FrameRecipe rs_frame()
 {
-    FrameSpec f;
+    FrameRecipe f;
     f.eth_dst = {0x33, 0x33, 0, 0, 0, 2};
     f.dst = kAllRouters;
     f.type = 133;
     f.body = Bytes(4, 0);
     return f;
 }
-inline FrameSpec ra_frame()
+inline FrameRecipe ra_frame()
 {
-    FrameSpec f;
+    FrameRecipe f;
     f.eth_src = kSwitchMac;
     f.src = kRouterLinkLocal;
     f.type = 134;
@@ -273,9 +273,9 @@ inline FrameSpec ra_frame()
     append(f.body, lladdr_option(1, kSwitchMac));
     return f;
 }
-inline FrameSpec redirect_frame()
+inline FrameRecipe redirect_frame()
 {
-    FrameSpec f;
+    FrameRecipe f;
     f.eth_src = kSwitchMac;
     f.eth_dst = kHostMac;
     f.src = kRouterLinkLocal;

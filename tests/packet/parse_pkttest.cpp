@@ -23,11 +23,11 @@ using ndsvc::packet::NdType;
 using ndsvc::packet::ParseResult;
 using ndsvc::packet::reason_text;
 
-ParseResult parse_spec(const FrameSpec &spec, NdPacket &out) { return parse_exact(spec.bytes(), out); }
-ParseResult parse_spec(const FrameSpec &spec)
+ParseResult parse_recipe(const FrameRecipe &recipe, NdPacket &out) { return parse_exact(recipe.bytes(), out); }
+ParseResult parse_recipe(const FrameRecipe &recipe)
 {
     NdPacket out;
-    return parse_exact(spec.bytes(), out);
+    return parse_exact(recipe.bytes(), out);
 }
 
 TEST(PacketKernelFrames, DadNeighborSolicitation)
@@ -104,7 +104,7 @@ TEST(PacketKernelFrames, LiteralChecksumsAgreeWithTheReferenceSum)
 TEST(PacketParse, NeighborSolicitationEveryField)
 {
     NdPacket p;
-    ASSERT_EQ(parse_spec(ns_frame(), p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(ns_frame(), p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::NeighborSolicitation);
     EXPECT_EQ(p.eth_dst, (Mac{0x33, 0x33, 0xff, 0, 0, 0x42}));
     EXPECT_EQ(p.eth_src, kHostMac);
@@ -126,7 +126,7 @@ TEST(PacketParse, NeighborSolicitationEveryField)
 TEST(PacketParse, DadSolicitationWithoutOptions)
 {
     NdPacket p;
-    ASSERT_EQ(parse_spec(dad_frame(), p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(dad_frame(), p), ParseResult::Ok);
     EXPECT_TRUE(is_dad(p));
     EXPECT_EQ(p.target, kHostGlobal);
     EXPECT_FALSE(p.has_source_lladdr);
@@ -134,11 +134,11 @@ TEST(PacketParse, DadSolicitationWithoutOptions)
 
 TEST(PacketParse, NeighborAdvertisementEveryField)
 {
-    FrameSpec f = na_frame();
+    FrameRecipe f = na_frame();
     f.body = neighbor_body(0xc0, kHostGlobal); // router and solicited, no override
     append(f.body, lladdr_option(2, kOtherMac));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::NeighborAdvertisement);
     EXPECT_EQ(p.eth_dst, kOtherMac);
     EXPECT_EQ(p.eth_src, kHostMac);
@@ -163,10 +163,10 @@ TEST(PacketParse, EachNeighborAdvertisementFlagAlone)
         bool r, s, o;
     } cases[] = {{0x80, true, false, false}, {0x40, false, true, false}, {0x20, false, false, true}, {0x1f, false, false, false}};
     for (const auto &c : cases) {
-        FrameSpec f = na_frame();
+        FrameRecipe f = na_frame();
         f.body = neighbor_body(c.bits, kHostGlobal);
         NdPacket p;
-        ASSERT_EQ(parse_spec(f, p), ParseResult::Ok) << int(c.bits);
+        ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok) << int(c.bits);
         EXPECT_EQ(p.router, c.r) << int(c.bits);
         EXPECT_EQ(p.solicited, c.s) << int(c.bits);
         EXPECT_EQ(p.override_flag, c.o) << int(c.bits);
@@ -176,32 +176,32 @@ TEST(PacketParse, EachNeighborAdvertisementFlagAlone)
 
 TEST(PacketParse, SourceLinkLayerDisagreeingWithEthernetSource)
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     f.body = neighbor_body(0, kHostGlobal);
     append(f.body, lladdr_option(1, kOtherMac));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.source_lladdr, kOtherMac);
     EXPECT_TRUE(lladdr_disagrees(p));
 }
 
 TEST(PacketParse, RepeatedLinkLayerOptionKeepsTheFirst)
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     f.body = neighbor_body(0, kHostGlobal);
     append(f.body, lladdr_option(1, kHostMac));
     append(f.body, lladdr_option(1, kOtherMac));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.source_lladdr, kHostMac);
 }
 
 TEST(PacketParse, RouterSolicitationFromUnspecifiedWithoutOptions)
 {
-    FrameSpec f = rs_frame();
+    FrameRecipe f = rs_frame();
     f.src = kUnspecified;
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::RouterSolicitation);
     EXPECT_EQ(p.src, kUnspecified);
     EXPECT_EQ(p.dst, kAllRouters);
@@ -211,14 +211,14 @@ TEST(PacketParse, RouterSolicitationFromUnspecifiedWithoutOptions)
 
 TEST(PacketParse, RouterAdvertisementEveryField)
 {
-    FrameSpec f = ra_frame();
+    FrameRecipe f = ra_frame();
     const Ip6 prefixA = ip6(0x2001, 0x0db8, 0, 1, 0, 0, 0, 0);
     const Ip6 prefixB = ip6(0x2001, 0x0db8, 0xabcd, 0, 0, 0, 0, 0);
     append(f.body, prefix_option(prefixA, 64, 0xc0, 2592000, 604800));
     append(f.body, hex("0501 0000 000005dc")); // MTU 1500, skipped
     append(f.body, prefix_option(prefixB, 48, 0x80, 0xffffffff, 0));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::RouterAdvertisement);
     EXPECT_EQ(p.eth_src, kSwitchMac);
     EXPECT_EQ(p.src, kRouterLinkLocal);
@@ -249,11 +249,11 @@ TEST(PacketParse, RouterAdvertisementEveryField)
 
 TEST(PacketParse, RouterAdvertisementKeepsEightPrefixesAndCountsAll)
 {
-    FrameSpec f = ra_frame();
+    FrameRecipe f = ra_frame();
     for (uint16_t i = 0; i < 10; ++i)
         append(f.body, prefix_option(ip6(0x2001, 0x0db8, i, 0, 0, 0, 0, 0), 64, 0x40, 100 + i, 50 + i));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.prefix_count, kMaxPrefixes);
     EXPECT_EQ(p.prefix_total, 10u);
     for (uint16_t i = 0; i < kMaxPrefixes; ++i) {
@@ -267,21 +267,21 @@ TEST(PacketParse, RouterAdvertisementKeepsEightPrefixesAndCountsAll)
 
 TEST(PacketParse, PrefixOptionOutsideAnAdvertisementIsSkipped)
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     append(f.body, prefix_option(kPeerGlobal, 64, 0xc0, 1, 1));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.prefix_count, 0u);
     EXPECT_EQ(p.prefix_total, 0u);
 }
 
 TEST(PacketParse, RedirectEveryField)
 {
-    FrameSpec f = redirect_frame();
+    FrameRecipe f = redirect_frame();
     append(f.body, lladdr_option(2, kOtherMac));
     append(f.body, hex("0402 000000000000 0102030405060708")); // redirected header, skipped
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::Redirect);
     EXPECT_EQ(p.eth_dst, kHostMac);
     EXPECT_EQ(p.eth_src, kSwitchMac);
@@ -297,47 +297,47 @@ TEST(PacketParse, RedirectEveryField)
 TEST(PacketParse, RedirectToTheDestinationItself)
 {
     // A global target is allowed when it is the destination: that one is on-link.
-    FrameSpec f = redirect_frame();
+    FrameRecipe f = redirect_frame();
     f.body = redirect_body(kPeerGlobal, kPeerGlobal);
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.target, kPeerGlobal);
     EXPECT_EQ(p.redirect_destination, kPeerGlobal);
 }
 
 TEST(PacketParse, VlanTagGivesItsId)
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     f.tag = 0xa064; // priority 5, DEI 0, VLAN 100
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_TRUE(p.has_vlan);
     EXPECT_EQ(p.vlan_id, 100);
     EXPECT_EQ(p.target, kHostGlobal);
     EXPECT_EQ(p.source_lladdr, kHostMac);
     f.tag = 0x1fff; // DEI set, VLAN 4095
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.vlan_id, 4095);
 }
 
 TEST(PacketParse, EthernetPaddingAfterThePacket)
 {
-    FrameSpec f = rs_frame();
+    FrameRecipe f = rs_frame();
     f.padding = 14; // a 64-byte minimum frame carrying a 48-byte packet
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     f.padding = 1;
-    EXPECT_EQ(parse_spec(f, p), ParseResult::Ok);
+    EXPECT_EQ(parse_recipe(f, p), ParseResult::Ok);
 }
 
 TEST(PacketParse, HopByHopThenDestinationOptionsAccepted)
 {
-    FrameSpec f = ns_frame();
+    FrameRecipe f = ns_frame();
     f.first_next = 0;
     f.extensions = ext_header(60, 0);
     append(f.extensions, ext_header(58, 1));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::NeighborSolicitation);
     EXPECT_EQ(p.target, kHostGlobal);
     EXPECT_EQ(p.source_lladdr, kHostMac);
@@ -345,12 +345,12 @@ TEST(PacketParse, HopByHopThenDestinationOptionsAccepted)
 
 TEST(PacketParse, RoutingHeaderWithNoSegmentsLeftAccepted)
 {
-    FrameSpec f = na_frame();
+    FrameRecipe f = na_frame();
     f.first_next = 60;
     f.extensions = ext_header(43, 0);
     append(f.extensions, routing_header(58, 0));
     NdPacket p;
-    ASSERT_EQ(parse_spec(f, p), ParseResult::Ok);
+    ASSERT_EQ(parse_recipe(f, p), ParseResult::Ok);
     EXPECT_EQ(p.type, NdType::NeighborAdvertisement);
     EXPECT_EQ(p.target_lladdr, kHostMac);
 }
@@ -359,15 +359,15 @@ TEST(PacketParse, MinimumLengthOfEachType)
 {
     // Exactly the fixed part is whole; one byte less is too short (checksum still right).
     const struct {
-        FrameSpec spec;
+        FrameRecipe recipe;
         size_t fixed;
     } cases[] = {{rs_frame(), 8}, {ra_frame(), 16}, {ns_frame(), 24}, {na_frame(), 24}, {redirect_frame(), 40}};
     for (const auto &c : cases) {
-        FrameSpec f = c.spec;
+        FrameRecipe f = c.recipe;
         f.body.resize(c.fixed - 4);
-        EXPECT_EQ(parse_spec(f), ParseResult::Ok) << int(f.type);
+        EXPECT_EQ(parse_recipe(f), ParseResult::Ok) << int(f.type);
         f.body.resize(c.fixed - 5);
-        EXPECT_EQ(parse_spec(f), ParseResult::MessageTooShort) << int(f.type);
+        EXPECT_EQ(parse_recipe(f), ParseResult::MessageTooShort) << int(f.type);
     }
 }
 
@@ -384,10 +384,10 @@ void PrintTo(const Refusal &r, std::ostream *os) { *os << r.name; }
 std::vector<Refusal> refusals()
 {
     std::vector<Refusal> out;
-    auto add = [&](const std::string &name, const FrameSpec &spec, ParseResult expected) {
-        out.push_back({name, spec.bytes(), expected});
+    auto add = [&](const std::string &name, const FrameRecipe &recipe, ParseResult expected) {
+        out.push_back({name, recipe.bytes(), expected});
     };
-    FrameSpec f;
+    FrameRecipe f;
 
     const Bytes ns = ns_frame().bytes();
     out.push_back({"ethernet header cut", Bytes(ns.begin(), ns.begin() + 13), ParseResult::TruncatedEthernet});
@@ -606,7 +606,7 @@ TEST(PacketTruncation, KernelDadAtEveryLength) { expect_truncations(hex(kKernelD
 
 TEST(PacketTruncation, TaggedAdvertisementWithExtensionsAtEveryLength)
 {
-    FrameSpec f = ra_frame();
+    FrameRecipe f = ra_frame();
     f.tag = 7;
     f.first_next = 0;
     f.extensions = ext_header(58, 2);
@@ -617,12 +617,12 @@ TEST(PacketTruncation, TaggedAdvertisementWithExtensionsAtEveryLength)
 TEST(PacketTruncation, ShorterPayloadLengthsInsideAWholeFrame)
 {
     // The frame stays whole but the IPv6 header claims less: what is cut then is the message.
-    const FrameSpec base = ns_frame();
+    const FrameRecipe base = ns_frame();
     const size_t whole = base.message().size();
     for (size_t plen = 0; plen < whole; ++plen) {
-        FrameSpec f = base;
+        FrameRecipe f = base;
         f.payload_length = static_cast<uint16_t>(plen);
-        const ParseResult r = parse_spec(f);
+        const ParseResult r = parse_recipe(f);
         if (plen < 4)
             EXPECT_EQ(r, ParseResult::TruncatedIcmp) << plen;
         else if (plen < 24)
