@@ -7,6 +7,7 @@
 #include <net/ethernet.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -30,6 +31,7 @@ constexpr auto kTick = std::chrono::milliseconds(100);
 constexpr auto kPortsEvery = std::chrono::milliseconds(500);
 constexpr uint32_t kAttackLinesPerSecond = 10;
 constexpr int kPortReceiveBuffer = 8 << 20;
+constexpr int kPacketThreadNice = 10;
 
 SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Address6 &address)
 {
@@ -349,6 +351,9 @@ void SnoopWire::refreshPorts()
 
 void SnoopWire::run()
 {
+    // Packet work yields the processor to the control plane: a flood on the wire must not slow
+    // the requests of the shells.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kPacketThreadNice);
     SnoopClock::time_point nextPorts = SnoopClock::now() + kPortsEvery;
     while (!stopping_) {
         std::vector<pollfd> fds;
