@@ -458,6 +458,11 @@ namespace {
 
 constexpr uint32_t kForever = 0xffffffffu;
 
+uint64_t secondsSince(SnoopClock::time_point at, SnoopClock::time_point now)
+{
+    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now - at).count());
+}
+
 // What is left of a lifetime announced `elapsed` seconds ago.
 uint32_t leftOf(uint32_t lifetime, uint64_t elapsed)
 {
@@ -474,7 +479,7 @@ std::vector<SnoopWire::LearnedPrefix> SnoopWire::prefixes() const
     SnoopClock::time_point now = SnoopClock::now();
     std::vector<LearnedPrefix> out;
     for (const auto &[key, a] : prefixes_) {
-        auto elapsed = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now - a.at).count());
+        uint64_t elapsed = secondsSince(a.at, now);
         if (leftOf(a.valid, elapsed) == 0)
             continue;
         out.push_back(LearnedPrefix{key.first, key.second, leftOf(a.valid, elapsed), leftOf(a.preferred, elapsed)});
@@ -494,8 +499,7 @@ void SnoopWire::clear_prefixes(const Address6 *prefix, uint8_t length)
 void SnoopWire::tick(SnoopClock::time_point now)
 {
     for (auto it = prefixes_.begin(); it != prefixes_.end();) {
-        auto elapsed = static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::seconds>(now - it->second.at).count());
-        it = leftOf(it->second.valid, elapsed) == 0 ? prefixes_.erase(it) : std::next(it);
+        it = leftOf(it->second.valid, secondsSince(it->second.at, now)) == 0 ? prefixes_.erase(it) : std::next(it);
     }
     bool changed = !table_.promote(now).empty();
     if (config_.interval && config_.retransmit) {
