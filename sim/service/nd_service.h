@@ -183,6 +183,7 @@ private:
     void wire_sync();
     void wire_bindings_locked();
     void wire_statistics_locked();
+    void wire_forward_statistics_locked();
     void wire_prefixes_locked();
 
     // diagnose (svc_diagnose.cpp)

@@ -1,9 +1,6 @@
 // The snooping table of the bridge family, programmed through libnftables.
 #include "snoop_rules.h"
 
-#include <nftables/libnftables.h>
-
-#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "svc_items.h"
@@ -20,32 +17,6 @@ constexpr std::array<const char *, kSnoopCounterCount> kCounterNames = {
 };
 // clang-format on
 
-constexpr size_t kIfNameMax = 15; // IFNAMSIZ less its terminating zero
-
-// A device name as the kernel allows it, and safe inside the quotes of an nftables command.
-bool validPort(const std::string &port)
-{
-    if (port.empty() || port.size() > kIfNameMax)
-        return false;
-    for (char c : port)
-        if (!(isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' || c == '.'))
-            return false;
-    return true;
-}
-
-// Bytes as the number that a raw payload expression compares with: an ND target's 128 bits, a
-// link-layer option's 48.
-template <size_t N> std::string hexNumber(const std::array<uint8_t, N> &bytes)
-{
-    std::string text = "0x";
-    char byte[3];
-    for (uint8_t b : bytes) {
-        snprintf(byte, sizeof byte, "%02x", b);
-        text += byte;
-    }
-    return text;
-}
-
 std::string table()
 {
     return std::string("bridge ") + SnoopRules::kTable;
@@ -58,25 +29,7 @@ const char *snoop_counter_name(SnoopCounter counter)
     return kCounterNames[static_cast<size_t>(counter)];
 }
 
-struct SnoopRules::Context {
-    nft_ctx *nft = nullptr;
-    Context() : nft(nft_ctx_new(NFT_CTX_DEFAULT))
-    {
-        if (nft) {
-            nft_ctx_buffer_output(nft);
-            nft_ctx_buffer_error(nft);
-        }
-    }
-    ~Context()
-    {
-        if (nft)
-            nft_ctx_free(nft);
-    }
-    Context(const Context &) = delete;
-    Context &operator=(const Context &) = delete;
-};
-
-SnoopRules::SnoopRules() : context_(std::make_unique<Context>()) {}
+SnoopRules::SnoopRules() = default;
 
 SnoopRules::~SnoopRules() = default;
 
@@ -130,42 +83,21 @@ std::string SnoopRules::ruleset(bool nsCheckLoose)
     return t;
 }
 
-bool SnoopRules::run(const std::string &commands, std::string &error, std::string *output)
-{
-    if (!context_->nft) {
-        error = "no nftables context";
-        return false;
-    }
-    int rc = nft_run_cmd_from_buffer(context_->nft, commands.c_str());
-    // Read (and so emptied) after every command, also a failed one.
-    const char *out = nft_ctx_get_output_buffer(context_->nft);
-    const char *err = nft_ctx_get_error_buffer(context_->nft);
-    if (rc != 0) {
-        error = err && *err ? err : "nftables refused the commands";
-        while (!error.empty() && error.back() == '\n')
-            error.pop_back();
-        return false;
-    }
-    if (output)
-        *output = out ? out : "";
-    return true;
-}
-
 bool SnoopRules::install(bool nsCheckLoose, std::string &error)
 {
     // One transaction: an empty table added first makes the delete succeed whether or not
     // the table was there.
-    return run("add table " + table() + "\ndelete table " + table() + "\n" + ruleset(nsCheckLoose), error);
+    return nft_.run("add table " + table() + "\ndelete table " + table() + "\n" + ruleset(nsCheckLoose), error);
 }
 
 bool SnoopRules::remove(std::string &error)
 {
-    return run("add table " + table() + "\ndelete table " + table() + "\n", error);
+    return nft_.run("add table " + table() + "\ndelete table " + table() + "\n", error);
 }
 
 bool SnoopRules::add_port(const std::string &port, bool trusted, std::string &error)
 {
-    if (!validPort(port)) {
+    if (!nft_valid_port(port)) {
         error = "bad port name";
         return false;
     }
@@ -176,12 +108,12 @@ bool SnoopRules::add_port(const std::string &port, bool trusted, std::string &er
     commands += "add element " + table() + " trusted " + element + "\n";
     if (!trusted)
         commands += "delete element " + table() + " trusted " + element + "\n";
-    return run(commands, error);
+    return nft_.run(commands, error);
 }
 
 bool SnoopRules::delete_port(const std::string &port, std::string &error)
 {
-    if (!validPort(port)) {
+    if (!nft_valid_port(port)) {
         error = "bad port name";
         return false;
     }
@@ -190,7 +122,7 @@ bool SnoopRules::delete_port(const std::string &port, std::string &error)
     for (const char *set : {"ports", "trusted"})
         commands += "add element " + table() + " " + set + " " + element + "\ndelete element " + table() + " " +
                     set + " " + element + "\n";
-    return run(commands, error);
+    return nft_.run(commands, error);
 }
 
 namespace {
@@ -200,31 +132,7 @@ std::string bindingCommands(const char *verb, const SnoopBinding &b)
 {
     std::string head = "\"" + b.port + "\" . " + mac_colon_text(b.mac) + " . ";
     return std::string(verb) + " element " + table() + " sources { " + head + ip6_text(b.ip6) + " }\n" + verb +
-           " element " + table() + " targets { " + head + hexNumber(b.ip6) + " }\n";
-}
-
-} // namespace
-
-namespace {
-
-// The commands of one transaction that adds and removes set elements; false on a port name no
-// device can have. Adding what goes first keeps the transaction valid whether or not it was
-// there.
-template <typename Item, typename PortOf, typename CommandOf>
-bool changeCommands(const std::vector<Item> &added, const std::vector<Item> &removed, PortOf portOf,
-                    CommandOf command, std::string &commands, std::string &error)
-{
-    for (const std::vector<Item> *list : {&added, &removed})
-        for (const Item &item : *list) {
-            if (!validPort(portOf(item))) {
-                error = "bad port name";
-                return false;
-            }
-            commands += command("add", item);
-            if (list == &removed)
-                commands += command("delete", item);
-        }
-    return true;
+           " element " + table() + " targets { " + head + nft_hex_number(b.ip6) + " }\n";
 }
 
 } // namespace
@@ -233,10 +141,10 @@ bool SnoopRules::change_bindings(const std::vector<SnoopBinding> &added, const s
                                  std::string &error)
 {
     std::string commands;
-    if (!changeCommands(
+    if (!nft_change_commands(
             added, removed, [](const SnoopBinding &b) { return b.port; }, bindingCommands, commands, error))
         return false;
-    return commands.empty() || run(commands, error);
+    return commands.empty() || nft_.run(commands, error);
 }
 
 bool SnoopRules::add_binding(const SnoopBinding &binding, std::string &error)
@@ -256,7 +164,7 @@ namespace {
 std::string hostCommand(const char *verb, const SnoopHost &h)
 {
     return std::string(verb) + " element " + table() + " hosts { \"" + h.first + "\" . " + mac_colon_text(h.second) +
-           " . " + hexNumber(h.second) + " }\n";
+           " . " + nft_hex_number(h.second) + " }\n";
 }
 
 } // namespace
@@ -265,10 +173,10 @@ bool SnoopRules::change_hosts(const std::vector<SnoopHost> &added, const std::ve
                               std::string &error)
 {
     std::string commands;
-    if (!changeCommands(
+    if (!nft_change_commands(
             added, removed, [](const SnoopHost &h) { return h.first; }, hostCommand, commands, error))
         return false;
-    return commands.empty() || run(commands, error);
+    return commands.empty() || nft_.run(commands, error);
 }
 
 bool SnoopRules::add_host(const std::string &port, const std::array<uint8_t, 6> &mac, std::string &error)
@@ -284,10 +192,7 @@ bool SnoopRules::delete_host(const std::string &port, const std::array<uint8_t, 
 bool SnoopRules::counters(std::map<SnoopCounter, uint64_t> &packets, std::string &error)
 {
     std::string json;
-    nft_ctx_output_set_flags(context_->nft, NFT_CTX_OUTPUT_JSON);
-    bool listed = run("list counters table " + table() + "\n", error, &json);
-    nft_ctx_output_set_flags(context_->nft, 0);
-    if (!listed)
+    if (!nft_.run("list counters table " + table() + "\n", error, &json, true))
         return false;
     nlohmann::json doc = nlohmann::json::parse(json, nullptr, false);
     if (doc.is_discarded() || !doc.contains("nftables") || !doc["nftables"].is_array()) {
@@ -314,7 +219,7 @@ bool SnoopRules::counters(std::map<SnoopCounter, uint64_t> &packets, std::string
 
 bool SnoopRules::reset_counters(std::string &error)
 {
-    return run("reset counters table " + table() + "\n", error);
+    return nft_.run("reset counters table " + table() + "\n", error);
 }
 
 } // namespace ndsvc

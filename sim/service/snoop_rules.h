@@ -11,12 +11,11 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-struct nft_ctx;
+#include "nft_session.h"
 
 namespace ndsvc {
 
@@ -85,9 +84,7 @@ public:
     static std::string ruleset(bool nsCheckLoose);
 
 private:
-    bool run(const std::string &commands, std::string &error, std::string *output = nullptr);
-    struct Context;
-    std::unique_ptr<Context> context_;
+    NftSession nft_;
 };
 
 } // namespace ndsvc

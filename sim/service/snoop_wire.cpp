@@ -125,6 +125,10 @@ SnoopWire::~SnoopWire()
     std::string error;
     if (installed_)
         rules_.remove(error);
+    if (answersInstalled_)
+        answerRules_.remove(error);
+    for (const auto &[address, index] : installedRoutes_)
+        wire_host_route(false, address, index, error);
 }
 
 bool SnoopWire::start(std::string &error)
@@ -141,8 +145,15 @@ bool SnoopWire::start(std::string &error)
             error = "no port ge0-K in this network namespace";
             return false;
         }
-        // A table left by a service that was killed goes: nothing is snooped until configured.
+        // Tables left by a service that was killed go: nothing is snooped or answered until
+        // configured.
         rules_.remove(error);
+        answerRules_.remove(error);
+    }
+    // The switch routes between its VLAN interfaces, as the proxies need.
+    if (FILE *f = fopen("/proc/sys/net/ipv6/conf/all/forwarding", "w")) {
+        fputs("1\n", f);
+        fclose(f);
     }
     thread_ = std::thread(&SnoopWire::run, this);
     return true;
@@ -225,12 +236,11 @@ void SnoopWire::applyLocked()
         if (installed_ && rules_.remove(error))
             installed_ = false;
         forgetInstalledLocked();
-        return;
+    } else if ((installed_ && installedLoose_ == config_.nsLoose) || installTableLocked()) {
+        syncPortsLocked(wantPorts);
+        syncBindingsLocked();
     }
-    if ((!installed_ || installedLoose_ != config_.nsLoose) && !installTableLocked())
-        return;
-    syncPortsLocked(wantPorts);
-    syncBindingsLocked();
+    applyAnswersLocked();
 }
 
 void SnoopWire::forgetInstalledLocked()
@@ -329,7 +339,19 @@ void SnoopWire::refreshPorts()
     if (!wire_links(links, error))
         return;
     std::map<std::string, Port> now;
+    std::map<int, Address6> linkLocals;
+    wire_link_locals(linkLocals, error);
+    bridges_.clear();
     for (const WireLink &l : links) {
+        if (l.name.rfind(kBridgePrefix, 0) == 0 && l.masterIndex == 0) {
+            Bridge &b = bridges_[static_cast<uint16_t>(atoi(l.name.c_str() + strlen(kBridgePrefix)))];
+            b.index = l.index;
+            b.mac = l.mac;
+            auto linkLocal = linkLocals.find(l.index);
+            b.hasAddress = linkLocal != linkLocals.end();
+            if (b.hasAddress)
+                b.linkLocal = linkLocal->second;
+        }
         if (l.name.rfind(kDevicePrefix, 0) != 0)
             continue;
         Port p;
@@ -384,6 +406,10 @@ void SnoopWire::run()
                 after[device] = port.vlan;
             if (after != before)
                 applyLocked();
+            if (subVlanReader_) {
+                subVlanSupers_ = subVlanReader_();
+                answerConfigLocked();
+            }
             nextPorts = now + kPortsEvery;
         }
         tick(now);
@@ -398,46 +424,61 @@ void SnoopWire::receive(const std::string &device, const Port &port)
         if (n <= 0)
             return;
         packet::NdPacket p;
-        if (packet::parse(frame, static_cast<size_t>(n), p) != packet::ParseResult::Ok)
-            continue;
+        packet::ParseResult result = packet::parse(frame, static_cast<size_t>(n), p);
         std::lock_guard<std::mutex> hold(mutex_);
-        if (!snoopedLocked(device))
+        if (!port.vlan)
             continue;
-        bool trusted = config_.trusted.count(device) != 0;
-        Mac48 mac = p.eth_src;
-        switch (p.type) {
-        case packet::NdType::NeighborSolicitation:
-            if (packet::is_dad(p)) {
-                if (!trusted && table_.claim(p.target, mac, port.vlan, device, SnoopClock::now()) ==
-                                    SnoopBindingTable::Claim::Owned)
-                    attackLogLocked("duplicate address claim", device, mac, p.target);
-            } else if (!trusted && !config_.nsLoose) {
-                const SnoopBindingEntry *b = table_.find(p.src, port.vlan);
-                if (!b || b->port != device || b->mac != mac)
-                    attackLogLocked("dropped NS", device, mac, p.src);
-            }
-            break;
-        case packet::NdType::NeighborAdvertisement: {
-            table_.advertised(p.target, mac, port.vlan, device);
-            const SnoopBindingEntry *b = table_.find(p.target, port.vlan);
-            if (!trusted && (!b || b->state == SnoopBindingEntry::State::Tentative || b->port != device ||
-                             b->mac != mac))
-                attackLogLocked("dropped NA", device, mac, p.target);
-            break;
+        answers_.received(result, p);
+        if (result != packet::ParseResult::Ok)
+            continue;
+        SnoopClock::time_point now = SnoopClock::now();
+        bool refused = refusedLocked(device, port.vlan, p);
+        if (snoopedLocked(device))
+            snoopLocked(device, port.vlan, p, now);
+        if (p.type == packet::NdType::NeighborSolicitation) {
+            solicitedLocked(p, device, port.vlan, refused, now);
+        } else if (p.type == packet::NdType::NeighborAdvertisement && !refused) {
+            answers_.heard(p.target, port.vlan, now);
         }
-        case packet::NdType::RouterAdvertisement:
-            if (!trusted)
-                attackLogLocked("dropped RA", device, mac, p.src);
-            else
-                learnPrefixesLocked(&p, SnoopClock::now());
-            break;
-        case packet::NdType::Redirect:
-            if (!trusted)
-                attackLogLocked("dropped redirect", device, mac, p.src);
-            break;
-        case packet::NdType::RouterSolicitation:
-            break;
+    }
+}
+
+void SnoopWire::snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p,
+                            SnoopClock::time_point now)
+{
+    bool trusted = config_.trusted.count(device) != 0;
+    Mac48 mac = p.eth_src;
+    switch (p.type) {
+    case packet::NdType::NeighborSolicitation:
+        if (packet::is_dad(p)) {
+            if (!trusted && table_.claim(p.target, mac, vlan, device, now) == SnoopBindingTable::Claim::Owned)
+                attackLogLocked("duplicate address claim", device, mac, p.target);
+        } else if (!trusted && !config_.nsLoose) {
+            const SnoopBindingEntry *b = table_.find(p.src, vlan);
+            if (!b || b->port != device || b->mac != mac)
+                attackLogLocked("dropped NS", device, mac, p.src);
         }
+        break;
+    case packet::NdType::NeighborAdvertisement: {
+        table_.advertised(p.target, mac, vlan, device);
+        const SnoopBindingEntry *b = table_.find(p.target, vlan);
+        if (!trusted &&
+            (!b || b->state == SnoopBindingEntry::State::Tentative || b->port != device || b->mac != mac))
+            attackLogLocked("dropped NA", device, mac, p.target);
+        break;
+    }
+    case packet::NdType::RouterAdvertisement:
+        if (!trusted)
+            attackLogLocked("dropped RA", device, mac, p.src);
+        else
+            learnPrefixesLocked(&p, now);
+        break;
+    case packet::NdType::Redirect:
+        if (!trusted)
+            attackLogLocked("dropped redirect", device, mac, p.src);
+        break;
+    case packet::NdType::RouterSolicitation:
+        break;
     }
 }
 
@@ -509,33 +550,28 @@ void SnoopWire::tick(SnoopClock::time_point now)
             sendProbeLocked(b);
         changed = changed || !expired.empty();
     }
+    answersTickLocked(now);
+    // Hosts heard since the last tick, or forgotten now, change the routes.
     if (changed)
         applyLocked();
+    else
+        syncRoutesLocked();
 }
 
 // A duplicate address detection NS for the bound address, sent to the host's own MAC on its
-// port: a host that holds the address defends it with an NA, which answers the probe.
+// port from the switch's MAC in that VLAN: a host that holds the address defends it with an
+// NA, which answers the probe.
 void SnoopWire::sendProbeLocked(const SnoopBindingEntry &binding)
 {
-    auto it = ports_.find(binding.port);
     packet::FrameAddress addr;
     addr.eth_dst = binding.mac;
-    addr.eth_src = {0x02, 0, 0, 0, 0, 0x01};
+    auto bridge = bridges_.find(binding.vlan);
+    addr.eth_src = bridge != bridges_.end() ? bridge->second.mac : Mac48{0x02, 0, 0, 0, 0, 0x01};
     addr.src = {};
     addr.dst = packet::solicited_node(binding.address);
     uint8_t frame[packet::kMaxBuiltFrame];
     size_t length = packet::build_ns(addr, binding.address, nullptr, frame, sizeof frame);
-    bool sent = false;
-    if (it != ports_.end() && length) {
-        sockaddr_ll to{};
-        to.sll_family = AF_PACKET;
-        to.sll_ifindex = it->second.index;
-        to.sll_halen = 6;
-        memcpy(to.sll_addr, binding.mac.data(), 6);
-        int fd = it->second.fd;
-        sent = fd >= 0 && sendto(fd, frame, length, 0, reinterpret_cast<sockaddr *>(&to), sizeof to) ==
-                              static_cast<ssize_t>(length);
-    }
+    bool sent = length && sendLocked(binding.port, binding.mac, frame, length) == AnswerWorld::Sent::Ok;
     ++own_[sent ? kSendDtPktOk : kSendDtPktFail];
 }
 

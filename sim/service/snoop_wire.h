@@ -1,7 +1,9 @@
-// ND snooping on the wire. In the switch namespace of a lab (one Linux bridge "vlanV" per
-// VLAN, ports "ge0-K"), the service reads the ND frames that enter each port, learns bindings
-// first come first served from duplicate address detection, probes them when detection is on,
-// and keeps the kernel's snooping table current; the kernel forwards and drops.
+// ND on the wire. In the switch namespace of a lab (one Linux bridge "vlanV" per VLAN, ports
+// "ge0-K"), the service reads the ND frames that enter each port, learns bindings first come
+// first served from duplicate address detection, probes them when detection is on, answers the
+// solicitations that fast response and the proxies answer, and keeps the kernel's snooping and
+// answer tables and the routes to the hosts of local-proxy sub-VLANs current; the kernel
+// forwards, routes and drops.
 //
 // A thread of its own reads the ports and keeps time; the service's requests only hand it
 // the configuration and read its tables, under its lock, so that packet work never holds up
@@ -12,6 +14,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <set>
@@ -19,8 +22,10 @@
 #include <thread>
 #include <vector>
 
+#include "answer_rules.h"
 #include "snoop_bindings.h"
 #include "snoop_rules.h"
+#include "wire_answers.h"
 
 namespace ndsvc {
 
@@ -77,12 +82,20 @@ public:
     // Starts the thread in the calling thread's network namespace; false with the reason.
     bool start(std::string &error);
     void configure(const SnoopConfig &config);
+    // What the operator configured for the answers; the sub-VLANs of the local-proxy super
+    // VLANs come from `sub_vlans`, read again with the ports (the shells keep the membership).
+    void configure_answers(const AnswerConfig &config);
+    using SubVlanReader = std::function<std::map<uint16_t, uint16_t>()>;
+    void read_sub_vlans_with(SubVlanReader reader);
 
     // The learned (valid) bindings, and forgetting them (all VLANs for 0).
     std::vector<SnoopBindingEntry> learned() const;
     void clear_learned(uint16_t vlan);
     std::array<uint32_t, kSnoopStatisticCount> statistics();
     void clear_statistics();
+    // `show nd fast-response statistics`, and its clear.
+    std::array<uint32_t, kFastStatisticCount> fast_statistics();
+    void clear_fast_statistics();
 
     // The prefixes that router advertisements on trusted ports announced, with what is left of
     // their lifetimes in seconds (0xffffffff: for ever); forgetting one (length 128 and more
@@ -101,9 +114,18 @@ private:
         uint16_t vlan = 0; // of the bridge it is in; 0 for none
         int fd = -1;       // its packet socket
     };
+    // A VLAN's bridge: the switch's interface in that VLAN.
+    struct Bridge {
+        int index = 0;
+        Mac48 mac{};
+        bool hasAddress = false;
+        Address6 linkLocal{};
+    };
+    class Switch;
 
     void run();
     void receive(const std::string &device, const Port &port);
+    void snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p, SnoopClock::time_point now);
     void tick(SnoopClock::time_point now);
     void refreshPorts();
     void applyLocked();
@@ -113,6 +135,14 @@ private:
     void syncBindingsLocked();
     bool snoopedLocked(const std::string &device) const;
     void sendProbeLocked(const SnoopBindingEntry &binding);
+    AnswerWorld::Sent sendLocked(const std::string &device, const Mac48 &to, const uint8_t *frame, size_t length);
+    bool refusedLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p) const;
+    void solicitedLocked(const packet::NdPacket &ns, const std::string &device, uint16_t vlan, bool refused,
+                         SnoopClock::time_point now);
+    void answersTickLocked(SnoopClock::time_point now);
+    void applyAnswersLocked();
+    void syncAnsweredLocked();
+    void syncRoutesLocked();
     void attackLogLocked(const char *what, const std::string &device, const Mac48 &mac, const Address6 &address);
     void closePorts();
 
@@ -121,6 +151,17 @@ private:
     SnoopBindingTable table_;
     SnoopRules rules_;
     std::map<std::string, Port> ports_;
+    std::map<uint16_t, Bridge> bridges_;
+    NdAnswers answers_;
+    AnswerConfig answerConfig_;                  // as configured, without the sub-VLANs
+    std::map<uint16_t, uint16_t> subVlanSupers_; // as the shells keep them
+    SubVlanReader subVlanReader_;
+    void answerConfigLocked();
+    AnswerRules answerRules_;
+    bool answersInstalled_ = false;
+    std::set<AnsweredTarget> installedAnswered_;
+    std::set<std::string> installedAnyway_;
+    std::map<Address6, int> installedRoutes_; // host routes: address, bridge index
     struct Announced {
         uint32_t valid = 0, preferred = 0; // as announced
         SnoopClock::time_point at{};       // when

@@ -305,10 +305,10 @@ CmfResponse NdService::statistics(const CmfRequest &r, bool snooping)
 {
     std::lock_guard<std::mutex> hold(stateMutex_);
     std::vector<Counters> &table = snooping ? snoopingStats_ : forwardStats_;
-    if (snooping && wire_ && r.optKind == ND_CLI_OPT_UNDO)
-        wire_->clear_statistics();
-    if (snooping && r.optKind == ND_CLI_OPT_SHOW)
-        wire_statistics_locked();
+    if (wire_ && r.optKind == ND_CLI_OPT_UNDO)
+        snooping ? wire_->clear_statistics() : wire_->clear_fast_statistics();
+    if (r.optKind == ND_CLI_OPT_SHOW)
+        snooping ? wire_statistics_locked() : wire_forward_statistics_locked();
     if (r.optKind == ND_CLI_OPT_UNDO) {
         for (Counters &c : table)
             std::fill(c.values.begin(), c.values.end(), 0u);

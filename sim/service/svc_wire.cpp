@@ -5,6 +5,8 @@
 #include "svc_items.h"
 #include "svc_store.h"
 
+#include <cstring>
+
 namespace ndsvc {
 
 namespace {
@@ -41,6 +43,43 @@ SnoopConfig snoop_config(EcStore &ec)
     return c;
 }
 
+// The VLAN of a VLAN interface's name ("vlan10"); 0 for any other interface.
+uint16_t interface_vlan(const std::string &name)
+{
+    constexpr const char *kVlanInterface = "vlan";
+    if (name.rfind(kVlanInterface, 0) != 0 || name.size() == strlen(kVlanInterface))
+        return 0;
+    char *end = nullptr;
+    unsigned long vlan = strtoul(name.c_str() + strlen(kVlanInterface), &end, 10);
+    return *end == '\0' && vlan <= kMaxVlanId ? static_cast<uint16_t>(vlan) : 0;
+}
+
+// What is stored in "ec_nd" for the answers, with the proxy address ranges of the other modules.
+AnswerConfig answer_config(EcStore &ec, const std::vector<ProxyAddress> &ranges)
+{
+    AnswerConfig c;
+    c.fastResponse = !ec.exists(ndwire::kKeyFastResponse);
+    for (const std::string &key : ec.keys(ndwire::kTypeInterface)) {
+        Bytes rec = ec.read(key);
+        if (rec.size() < ndwire::iface::kSize)
+            continue;
+        uint16_t vlan = interface_vlan(text_at(rec.data(), ndwire::iface::kName, ndwire::iface::kNameSize));
+        uint32_t flags = interface_flags(rec);
+        if (vlan && (flags & ndwire::iface::kFlagProxy))
+            c.proxyVlans.insert(vlan);
+        if (vlan && (flags & ndwire::iface::kFlagAnyway))
+            c.anywayVlans.insert(vlan);
+    }
+    for (const std::string &key : ec.keys(ndwire::kTypeSuperVlan)) {
+        Bytes r = ec.read(key);
+        if (r.size() >= ndwire::member::kSize)
+            c.localProxy.insert(get<uint16_t>(r, ndwire::member::kVlanId));
+    }
+    for (const ProxyAddress &p : ranges)
+        c.proxyRanges.push_back(AnswerConfig::Range{p.begin, p.end});
+    return c;
+}
+
 UserBind listed(const SnoopBindingEntry &e)
 {
     UserBind ub;
@@ -65,8 +104,15 @@ void NdService::wire_sync()
     if (!wire_)
         return;
     EcStore ec;
-    if (ec.ok())
-        wire_->configure(snoop_config(ec));
+    if (!ec.ok())
+        return;
+    wire_->configure(snoop_config(ec));
+    std::vector<ProxyAddress> ranges;
+    {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        ranges = proxyAddresses_;
+    }
+    wire_->configure_answers(answer_config(ec, ranges));
 }
 
 // Called with stateMutex_ held: the listings read the learned bindings as the wire has them.
@@ -88,6 +134,16 @@ void NdService::wire_statistics_locked()
     Counters row;
     row.values.assign(values.begin(), values.end());
     snoopingStats_.assign(1, row);
+}
+
+void NdService::wire_forward_statistics_locked()
+{
+    if (!wire_)
+        return;
+    std::array<uint32_t, kFastStatisticCount> values = wire_->fast_statistics();
+    Counters row;
+    row.values.assign(values.begin(), values.end());
+    forwardStats_.assign(1, row);
 }
 
 void NdService::wire_prefixes_locked()

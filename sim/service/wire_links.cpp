@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <functional>
 #include <map>
 
 namespace ndsvc {
@@ -33,6 +34,93 @@ private:
 };
 
 // One RTM_NEWLINK message: its index, name and master.
+void readLink(const nlmsghdr *h, std::vector<WireLink> &links);
+
+// Sends one request and hands every answering message to `take` until the kernel says it is
+// done (a dump) or acknowledges (a change); false with the reason.
+bool exchange(void *request, uint32_t length, const std::function<void(const nlmsghdr *)> &take, std::string &error)
+{
+    NetlinkSocket s;
+    if (s.fd() < 0) {
+        error = std::string("no netlink socket: ") + strerror(errno);
+        return false;
+    }
+    if (send(s.fd(), request, length, 0) < 0) {
+        error = std::string("netlink request failed: ") + strerror(errno);
+        return false;
+    }
+    alignas(nlmsghdr) static thread_local uint8_t buffer[32768];
+    for (;;) {
+        ssize_t n = recv(s.fd(), buffer, sizeof buffer, 0);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            error = std::string("netlink answer failed: ") + strerror(errno);
+            return false;
+        }
+        size_t left = static_cast<size_t>(n);
+        for (const nlmsghdr *h = reinterpret_cast<const nlmsghdr *>(buffer); NLMSG_OK(h, left);
+             h = NLMSG_NEXT(h, left)) {
+            if (h->nlmsg_type == NLMSG_DONE)
+                return true;
+            if (h->nlmsg_type == NLMSG_ERROR) {
+                nlmsgerr e{};
+                if (h->nlmsg_len >= NLMSG_LENGTH(sizeof e))
+                    memcpy(&e, NLMSG_DATA(h), sizeof e);
+                if (e.error == 0)
+                    return true;
+                error = std::string("netlink refused: ") + strerror(-e.error);
+                return false;
+            }
+            take(h);
+            if (!(h->nlmsg_flags & NLM_F_MULTI))
+                return true;
+        }
+    }
+}
+
+// Walks the attributes that follow a message's fixed part of `fixed` bytes.
+void attributes(const nlmsghdr *h, size_t fixed, const std::function<void(uint16_t, const uint8_t *, size_t)> &take)
+{
+    const uint8_t *base = static_cast<const uint8_t *>(NLMSG_DATA(h));
+    size_t offset = NLMSG_ALIGN(fixed);
+    size_t end = h->nlmsg_len - NLMSG_HDRLEN;
+    while (offset + sizeof(rtattr) <= end) {
+        rtattr a;
+        memcpy(&a, base + offset, sizeof a);
+        if (a.rta_len < sizeof(rtattr) || offset + a.rta_len > end)
+            break;
+        take(a.rta_type, base + offset + RTA_LENGTH(0), a.rta_len - RTA_LENGTH(0));
+        offset += RTA_ALIGN(a.rta_len);
+    }
+}
+
+// A request: its header, its fixed part and room for a few attributes.
+template <typename Fixed> struct Request {
+    nlmsghdr header;
+    Fixed fixed;
+    uint8_t attributes[64];
+
+    Request(uint16_t type, uint16_t flags)
+    {
+        memset(this, 0, sizeof *this);
+        header.nlmsg_len = NLMSG_LENGTH(sizeof(Fixed));
+        header.nlmsg_type = type;
+        header.nlmsg_flags = static_cast<uint16_t>(NLM_F_REQUEST | flags);
+        header.nlmsg_seq = 1;
+    }
+    void add(uint16_t type, const void *value, size_t length)
+    {
+        rtattr a{};
+        a.rta_type = type;
+        a.rta_len = static_cast<uint16_t>(RTA_LENGTH(length));
+        uint8_t *at = reinterpret_cast<uint8_t *>(this) + NLMSG_ALIGN(header.nlmsg_len);
+        memcpy(at, &a, sizeof a);
+        memcpy(at + RTA_LENGTH(0), value, length);
+        header.nlmsg_len = static_cast<uint32_t>(NLMSG_ALIGN(header.nlmsg_len) + RTA_ALIGN(a.rta_len));
+    }
+};
+
 void readLink(const nlmsghdr *h, std::vector<WireLink> &links)
 {
     if (h->nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg)))
@@ -42,24 +130,14 @@ void readLink(const nlmsghdr *h, std::vector<WireLink> &links)
     WireLink link;
     link.index = info.ifi_index;
     link.up = (info.ifi_flags & IFF_UP) != 0;
-    const uint8_t *base = static_cast<const uint8_t *>(NLMSG_DATA(h));
-    size_t offset = NLMSG_ALIGN(sizeof(ifinfomsg));
-    size_t end = h->nlmsg_len - NLMSG_HDRLEN;
-    while (offset + sizeof(rtattr) <= end) {
-        rtattr a;
-        memcpy(&a, base + offset, sizeof a);
-        if (a.rta_len < sizeof(rtattr) || offset + a.rta_len > end)
-            break;
-        const uint8_t *value = base + offset + RTA_LENGTH(0);
-        size_t valueLength = a.rta_len - RTA_LENGTH(0);
-        if (a.rta_type == IFLA_IFNAME)
-            link.name.assign(reinterpret_cast<const char *>(value), strnlen(reinterpret_cast<const char *>(value), valueLength));
-        else if (a.rta_type == IFLA_MASTER && valueLength >= sizeof(uint32_t))
+    attributes(h, sizeof(ifinfomsg), [&](uint16_t type, const uint8_t *value, size_t length) {
+        if (type == IFLA_IFNAME)
+            link.name.assign(reinterpret_cast<const char *>(value), strnlen(reinterpret_cast<const char *>(value), length));
+        else if (type == IFLA_MASTER && length >= sizeof(uint32_t))
             memcpy(&link.masterIndex, value, sizeof(uint32_t));
-        else if (a.rta_type == IFLA_ADDRESS && valueLength == link.mac.size())
+        else if (type == IFLA_ADDRESS && length == link.mac.size())
             memcpy(link.mac.data(), value, link.mac.size());
-        offset += RTA_ALIGN(a.rta_len);
-    }
+    });
     links.push_back(std::move(link));
 }
 
@@ -68,47 +146,16 @@ void readLink(const nlmsghdr *h, std::vector<WireLink> &links)
 bool wire_links(std::vector<WireLink> &links, std::string &error)
 {
     links.clear();
-    NetlinkSocket s;
-    if (s.fd() < 0) {
-        error = std::string("no netlink socket: ") + strerror(errno);
+    Request<ifinfomsg> request(RTM_GETLINK, NLM_F_DUMP);
+    request.fixed.ifi_family = AF_UNSPEC;
+    if (!exchange(
+            &request, request.header.nlmsg_len,
+            [&](const nlmsghdr *h) {
+                if (h->nlmsg_type == RTM_NEWLINK)
+                    readLink(h, links);
+            },
+            error))
         return false;
-    }
-    struct {
-        nlmsghdr header;
-        ifinfomsg info;
-    } request{};
-    request.header.nlmsg_len = NLMSG_LENGTH(sizeof(ifinfomsg));
-    request.header.nlmsg_type = RTM_GETLINK;
-    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
-    request.header.nlmsg_seq = 1;
-    request.info.ifi_family = AF_UNSPEC;
-    if (send(s.fd(), &request, request.header.nlmsg_len, 0) < 0) {
-        error = std::string("netlink request failed: ") + strerror(errno);
-        return false;
-    }
-    alignas(nlmsghdr) static thread_local uint8_t buffer[32768];
-    bool done = false;
-    while (!done) {
-        ssize_t n = recv(s.fd(), buffer, sizeof buffer, 0);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0) {
-            error = std::string("netlink answer failed: ") + strerror(errno);
-            return false;
-        }
-        size_t left = static_cast<size_t>(n);
-        for (const nlmsghdr *h = reinterpret_cast<const nlmsghdr *>(buffer); !done && NLMSG_OK(h, left);
-             h = NLMSG_NEXT(h, left)) {
-            if (h->nlmsg_type == NLMSG_ERROR) {
-                error = "netlink refused the link dump";
-                return false;
-            }
-            if (h->nlmsg_type == NLMSG_DONE)
-                done = true;
-            else if (h->nlmsg_type == RTM_NEWLINK)
-                readLink(h, links);
-        }
-    }
     std::map<int, std::string> names;
     for (const WireLink &l : links)
         names[l.index] = l.name;
@@ -116,6 +163,79 @@ bool wire_links(std::vector<WireLink> &links, std::string &error)
         if (l.masterIndex)
             l.master = names[static_cast<int>(l.masterIndex)];
     return true;
+}
+
+} // namespace ndsvc
+
+namespace ndsvc {
+
+bool wire_link_locals(std::map<int, Address6> &byIndex, std::string &error)
+{
+    byIndex.clear();
+    Request<ifaddrmsg> request(RTM_GETADDR, NLM_F_DUMP);
+    request.fixed.ifa_family = AF_INET6;
+    return exchange(
+        &request, request.header.nlmsg_len,
+        [&](const nlmsghdr *h) {
+            if (h->nlmsg_type != RTM_NEWADDR || h->nlmsg_len < NLMSG_LENGTH(sizeof(ifaddrmsg)))
+                return;
+            ifaddrmsg info;
+            memcpy(&info, NLMSG_DATA(h), sizeof info);
+            if (info.ifa_scope != RT_SCOPE_LINK || (info.ifa_flags & IFA_F_TENTATIVE))
+                return;
+            attributes(h, sizeof(ifaddrmsg), [&](uint16_t type, const uint8_t *value, size_t length) {
+                Address6 a;
+                if (type == IFA_ADDRESS && length == a.size() && !byIndex.count(static_cast<int>(info.ifa_index))) {
+                    memcpy(a.data(), value, a.size());
+                    byIndex[static_cast<int>(info.ifa_index)] = a;
+                }
+            });
+        },
+        error);
+}
+
+WireRoute wire_route(const Address6 &destination)
+{
+    Request<rtmsg> request(RTM_GETROUTE, 0);
+    request.fixed.rtm_family = AF_INET6;
+    request.fixed.rtm_dst_len = 128;
+    request.add(RTA_DST, destination.data(), destination.size());
+    WireRoute route;
+    std::string error;
+    exchange(
+        &request, request.header.nlmsg_len,
+        [&](const nlmsghdr *h) {
+            if (h->nlmsg_type != RTM_NEWROUTE || h->nlmsg_len < NLMSG_LENGTH(sizeof(rtmsg)))
+                return;
+            rtmsg info;
+            memcpy(&info, NLMSG_DATA(h), sizeof info);
+            if (info.rtm_type != RTN_UNICAST && info.rtm_type != RTN_LOCAL)
+                return;
+            route.local = info.rtm_type == RTN_LOCAL;
+            attributes(h, sizeof(rtmsg), [&](uint16_t type, const uint8_t *value, size_t length) {
+                if (type == RTA_OIF && length >= sizeof(uint32_t))
+                    memcpy(&route.device, value, sizeof(uint32_t));
+            });
+        },
+        error);
+    return route;
+}
+
+bool wire_host_route(bool add, const Address6 &destination, int device, std::string &error)
+{
+    Request<rtmsg> request(add ? RTM_NEWROUTE : RTM_DELROUTE,
+                           static_cast<uint16_t>(NLM_F_ACK | (add ? NLM_F_CREATE | NLM_F_REPLACE : 0)));
+    request.fixed.rtm_family = AF_INET6;
+    request.fixed.rtm_dst_len = 128;
+    request.fixed.rtm_table = RT_TABLE_MAIN;
+    request.fixed.rtm_protocol = kHostRouteProtocol;
+    request.fixed.rtm_scope = RT_SCOPE_UNIVERSE;
+    request.fixed.rtm_type = RTN_UNICAST;
+    request.add(RTA_DST, destination.data(), destination.size());
+    uint32_t oif = static_cast<uint32_t>(device);
+    request.add(RTA_OIF, &oif, sizeof oif);
+    return exchange(
+        &request, request.header.nlmsg_len, [](const nlmsghdr *) {}, error);
 }
 
 } // namespace ndsvc

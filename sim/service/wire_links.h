@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -20,6 +21,25 @@ struct WireLink {
 
 // Every device, as rtnetlink lists it; false with the reason when the kernel cannot be asked.
 bool wire_links(std::vector<WireLink> &links, std::string &error);
+
+using Address6 = std::array<uint8_t, 16>;
+
+// The link-local address of each device that has one (the first the kernel lists), by index.
+bool wire_link_locals(std::map<int, Address6> &byIndex, std::string &error);
+
+// Where the kernel routes a destination: the device (0 when there is no route) and whether
+// the address is the switch's own.
+struct WireRoute {
+    int device = 0;
+    bool local = false;
+};
+WireRoute wire_route(const Address6 &destination);
+
+// The routing protocol number that marks the host routes the service adds, so that they are
+// told apart from the operator's.
+constexpr uint8_t kHostRouteProtocol = 188;
+// Adds (or replaces) or deletes a route to one address through a device.
+bool wire_host_route(bool add, const Address6 &destination, int device, std::string &error);
 
 } // namespace ndsvc
 

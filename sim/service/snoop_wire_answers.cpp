@@ -1,0 +1,253 @@
+// The wire's answers to neighbor solicitations: what NdAnswers asks of the switch, and the
+// kernel kept in step with what it answers (the answer table's sets, the routes to the hosts of
+// local-proxy sub-VLANs).
+#include <linux/if_packet.h>
+#include <sys/socket.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "snoop_wire.h"
+#include "svc_items.h"
+#include "wire_links.h"
+
+namespace ndsvc {
+
+// The switch as NdAnswers sees it, under the wire's lock.
+class SnoopWire::Switch : public AnswerWorld {
+public:
+    explicit Switch(SnoopWire &wire) : wire_(wire) {}
+
+    const SnoopBindingEntry *binding(const Address6 &address, uint16_t vlan) const override
+    {
+        const SnoopBindingEntry *b = wire_.table_.find(address, vlan);
+        return b && b->state != SnoopBindingEntry::State::Tentative ? b : nullptr;
+    }
+    bool routed(const Address6 &address, uint16_t &vlan) const override
+    {
+        WireRoute route = wire_route(address);
+        if (!route.device)
+            return false;
+        vlan = 0;
+        if (!route.local)
+            for (const auto &[id, bridge] : wire_.bridges_)
+                if (bridge.index == route.device)
+                    vlan = id;
+        return true;
+    }
+    bool interface_mac(uint16_t vlan, Mac48 &mac) const override
+    {
+        auto it = wire_.bridges_.find(vlan);
+        if (it == wire_.bridges_.end())
+            return false;
+        mac = it->second.mac;
+        return true;
+    }
+    bool interface_address(uint16_t vlan, Address6 &address) const override
+    {
+        auto it = wire_.bridges_.find(vlan);
+        if (it == wire_.bridges_.end() || !it->second.hasAddress)
+            return false;
+        address = it->second.linkLocal;
+        return true;
+    }
+    uint8_t *frame_buffer(size_t &capacity) override
+    {
+        capacity = sizeof frame_;
+        return frame_;
+    }
+    Sent send(const std::string &device, const uint8_t *frame, size_t length) override
+    {
+        Mac48 to;
+        memcpy(to.data(), frame, to.size());
+        return wire_.sendLocked(device, to, frame, length);
+    }
+
+private:
+    SnoopWire &wire_;
+    uint8_t frame_[packet::kMaxBuiltFrame];
+};
+
+void SnoopWire::solicitedLocked(const packet::NdPacket &ns, const std::string &device, uint16_t vlan, bool refused,
+                                SnoopClock::time_point now)
+{
+    Switch world(*this);
+    answers_.solicited(ns, device, vlan, refused, now, world);
+}
+
+void SnoopWire::answersTickLocked(SnoopClock::time_point now)
+{
+    Switch world(*this);
+    answers_.tick(now, world);
+}
+
+void SnoopWire::configure_answers(const AnswerConfig &config)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    answerConfig_ = config;
+    answerConfigLocked();
+}
+
+void SnoopWire::read_sub_vlans_with(SubVlanReader reader)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    subVlanReader_ = std::move(reader);
+}
+
+// The configuration with the sub-VLANs of the local-proxy super VLANs, applied when it changed.
+void SnoopWire::answerConfigLocked()
+{
+    AnswerConfig config = answerConfig_;
+    config.subVlanOf.clear();
+    for (const auto &[sub, super] : subVlanSupers_)
+        if (config.localProxy.count(super))
+            config.subVlanOf[sub] = super;
+    if (config == answers_.config())
+        return;
+    answers_.configure(config);
+    applyAnswersLocked();
+}
+
+std::array<uint32_t, kFastStatisticCount> SnoopWire::fast_statistics()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    return answers_.statistics();
+}
+
+void SnoopWire::clear_fast_statistics()
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    answers_.clear_statistics();
+}
+
+// Whether the snooping table drops this message where it enters: the service must not answer
+// what no host was meant to see.
+bool SnoopWire::refusedLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p) const
+{
+    if (!snoopedLocked(device) || config_.trusted.count(device))
+        return false;
+    if (p.type != packet::NdType::NeighborSolicitation && p.type != packet::NdType::NeighborAdvertisement)
+        return false;
+    if (packet::is_dad(p))
+        return false;
+    bool solicitation = p.type == packet::NdType::NeighborSolicitation;
+    const SnoopBindingEntry *b = table_.find(solicitation ? p.src : p.target, vlan);
+    bool bound = b && b->state != SnoopBindingEntry::State::Tentative && b->port == device && b->mac == p.eth_src;
+    if (bound && packet::lladdr_disagrees(p))
+        return true;
+    return !bound && !(solicitation && config_.nsLoose);
+}
+
+AnswerWorld::Sent SnoopWire::sendLocked(const std::string &device, const Mac48 &to, const uint8_t *frame,
+                                        size_t length)
+{
+    auto it = ports_.find(device);
+    if (it == ports_.end() || it->second.fd < 0)
+        return AnswerWorld::Sent::NoPort;
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = it->second.index;
+    address.sll_halen = 6;
+    memcpy(address.sll_addr, to.data(), to.size());
+    ssize_t sent = sendto(it->second.fd, frame, length, 0, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    return sent == static_cast<ssize_t>(length) ? AnswerWorld::Sent::Ok : AnswerWorld::Sent::Failed;
+}
+
+void SnoopWire::applyAnswersLocked()
+{
+    const AnswerConfig &c = answers_.config();
+    bool wanted = (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Valid).empty()) ||
+                  (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Static).empty()) ||
+                  !c.anywayVlans.empty();
+    std::string error;
+    if (!wanted) {
+        if (answersInstalled_ && answerRules_.remove(error))
+            answersInstalled_ = false;
+        installedAnswered_.clear();
+        installedAnyway_.clear();
+    } else if (!answersInstalled_) {
+        if (answerRules_.install(error))
+            answersInstalled_ = true;
+        else
+            fprintf(stderr, "ndsvc: answers: cannot install the kernel's table: %s\n", error.c_str());
+    }
+    if (answersInstalled_)
+        syncAnsweredLocked();
+    syncRoutesLocked();
+}
+
+// Makes a set of the kernel equal to `want`, given what it holds (`installed`, updated).
+template <typename Item, typename Change>
+void syncSet(std::set<Item> &installed, const std::set<Item> &want, Change change, const char *what)
+{
+    std::vector<Item> added, removed;
+    for (const Item &i : installed)
+        if (!want.count(i))
+            removed.push_back(i);
+    for (const Item &i : want)
+        if (!installed.count(i))
+            added.push_back(i);
+    std::string error;
+    if (!change(added, removed, error))
+        fprintf(stderr, "ndsvc: answers: cannot change the kernel's %s: %s\n", what, error.c_str());
+    installed = want;
+}
+
+// Fast response answers an NS for a bound host that enters another port of the host's VLAN;
+// proxy anyway answers every one on its VLAN's ports.
+void SnoopWire::syncAnsweredLocked()
+{
+    const AnswerConfig &c = answers_.config();
+    std::set<AnsweredTarget> answered;
+    std::set<std::string> anyway;
+    for (const auto &[device, port] : ports_) {
+        if (c.anywayVlans.count(port.vlan))
+            anyway.insert(device);
+        if (!c.fastResponse)
+            continue;
+        for (SnoopBindingEntry::State state : {SnoopBindingEntry::State::Valid, SnoopBindingEntry::State::Static})
+            for (const SnoopBindingEntry &e : table_.of_state(state))
+                if (e.vlan == port.vlan && e.port != device)
+                    answered.insert({device, e.address});
+    }
+    syncSet(
+        installedAnswered_, answered,
+        [&](auto &added, auto &removed, std::string &error) {
+            return answerRules_.change_answered(added, removed, error);
+        },
+        "answered targets");
+    syncSet(
+        installedAnyway_, anyway,
+        [&](auto &added, auto &removed, std::string &error) {
+            return answerRules_.change_anyway(added, removed, error);
+        },
+        "proxy-anyway ports");
+}
+
+// The switch reaches a host of a local-proxy sub-VLAN through that VLAN's interface.
+void SnoopWire::syncRoutesLocked()
+{
+    std::map<Address6, int> want;
+    for (const auto &[address, vlan] : answers_.local_hosts())
+        if (auto bridge = bridges_.find(vlan); bridge != bridges_.end())
+            want[address] = bridge->second.index;
+    std::string error;
+    for (auto it = installedRoutes_.begin(); it != installedRoutes_.end();) {
+        auto w = want.find(it->first);
+        if (w == want.end() || w->second != it->second) {
+            wire_host_route(false, it->first, it->second, error);
+            it = installedRoutes_.erase(it);
+        } else {
+            ++it;
+        }
+    }
+    for (const auto &[address, index] : want)
+        if (!installedRoutes_.count(address)) {
+            if (wire_host_route(true, address, index, error))
+                installedRoutes_[address] = index;
+            else
+                fprintf(stderr, "ndsvc: answers: no route to %s: %s\n", ip6_text(address).c_str(), error.c_str());
+        }
+}
+
+} // namespace ndsvc
