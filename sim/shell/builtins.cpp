@@ -183,6 +183,13 @@ int32_t cmd_numbered(int32_t argc, char **argv)
     c.mode = m->mode;
     c.kind = m->kind;
     c.number = atoi(w[1].c_str());
+    // A sub-VLAN is in a super VLAN: it cannot become one itself.
+    if (int32_t owner = S().inventory().super_of(c.number);
+        m->kind == Context::Kind::SuperVlan && owner != 0 && !S().inventory().has(m->stored, c.number)) {
+        refuse("\n% VLAN " + std::to_string(c.number) + " is a sub-VLAN of super-vlan " + std::to_string(owner) +
+               " and cannot be a super VLAN.");
+        return 0;
+    }
     c.tag = m->tag + std::to_string(c.number);
     c.stored = {m->stored, c.number};
     enter_stored(c);

@@ -1,20 +1,23 @@
 // The shell's inventory of configured objects, written through to the configuration database
 // "ndsh_inventory": one record per object, key "<kind> <number>", value type the kind, value
-// the number (32-bit, host order). Each change is one committed transaction, made before the
-// shell acts on it; other shells' changes are read again when the database says it changed.
+// the number (32-bit, host order). The settings have records of their own, the sub-VLANs in the
+// form that ndplat_supervlan.h makes, since the ND service reads them too. Each change is one
+// committed transaction, made before the shell acts on it; other shells' changes are read again
+// when the database says it changed.
 #include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
 
 #include "ndplat_dbm.h"
+#include "ndplat_supervlan.h"
 #include "ndsh.h"
 
 namespace ndsh {
 
 namespace {
 
-constexpr const char *kInventoryDb = "ndsh_inventory";
+using ndplat::kInventoryDb;
 
 constexpr const char *kKindWords[] = {"", "vlan", "super-vlan", "vxlan", "vlan-if", "loopback",
                                       "port", "routed-port", "aggregation", "mgmt"};
@@ -101,6 +104,7 @@ void Inventory::read_all()
         set.clear();
     access_.clear();
     addresses_.clear();
+    supers_.clear();
     sets_[static_cast<size_t>(Kind::Vlan)].insert(kDefaultVlan);
     loaded_ = store_ != nullptr;
     if (!store_)
@@ -135,6 +139,15 @@ void Inventory::read_settings()
         int32_t vlan = 0;
         if (space != std::string::npos && number_after(key.substr(0, space), kAddressWord, vlan))
             addresses_[vlan].insert(key.substr(space + 1));
+    }
+    keys.clear();
+    store_->keys(ndplat::kSubVlanType, keys);
+    for (const ndplat::dbm::Bytes &key : keys) {
+        std::optional<uint16_t> vlan = ndplat::sub_vlan_of_key(key);
+        int32_t super = 0;
+        int32_t length = vlan ? store_->read(key, &super, sizeof super) : 0;
+        if (vlan && ndplat::super_vlan_of_value(&super, length))
+            supers_[*vlan] = super;
     }
 }
 
@@ -204,8 +217,46 @@ bool Inventory::remove_address(int32_t vlanIf, const std::string &prefix, std::s
     return true;
 }
 
+int32_t Inventory::super_of(int32_t vlan) const
+{
+    auto it = supers_.find(vlan);
+    return it == supers_.end() ? 0 : it->second;
+}
+
+bool Inventory::add_sub_vlan(int32_t superVlan, int32_t vlan, std::string &error)
+{
+    std::string key = ndplat::sub_vlan_key(static_cast<uint16_t>(vlan));
+    if (!store(key, ndplat::kSubVlanType, &superVlan, sizeof superVlan, error))
+        return false;
+    supers_[vlan] = superVlan;
+    return true;
+}
+
+bool Inventory::remove_sub_vlan(int32_t vlan, std::string &error)
+{
+    if (!erase(ndplat::sub_vlan_key(static_cast<uint16_t>(vlan)), error))
+        return false;
+    supers_.erase(vlan);
+    return true;
+}
+
+// The sub-VLANs of a super VLAN, or the membership of a VLAN, about to be removed.
+bool Inventory::remove_memberships(Kind kind, int32_t number, std::string &error)
+{
+    std::vector<int32_t> members;
+    for (const auto &[vlan, super] : supers_)
+        if ((kind == Kind::SuperVlan && super == number) || (kind == Kind::Vlan && vlan == number))
+            members.push_back(vlan);
+    for (int32_t vlan : members)
+        if (!remove_sub_vlan(vlan, error))
+            return false;
+    return true;
+}
+
 bool Inventory::remove_dependents(Kind kind, int32_t number, std::string &error)
 {
+    if (!remove_memberships(kind, number, error))
+        return false;
     if (kind == Kind::Vlan) {
         std::vector<int32_t> ports;
         for (const auto &[port, vlan] : access_)
@@ -260,10 +311,14 @@ bool Inventory::reset(std::string &error)
                 !remove(static_cast<Kind>(k), n, error))
                 return false;
     }
-    // Records of ports whose VLAN the inventory did not hold.
+    // Records of ports whose VLAN the inventory did not hold, and of sub-VLANs likewise.
     std::map<int32_t, int32_t> ports = access_;
     for (const auto &[port, vlan] : ports)
         if (!set_access_vlan(port, kDefaultVlan, error))
+            return false;
+    std::map<int32_t, int32_t> members = supers_;
+    for (const auto &[vlan, super] : members)
+        if (!remove_sub_vlan(vlan, error))
             return false;
     return true;
 }

@@ -21,6 +21,7 @@
 #include "cmd_grammar.h"
 #include "dbm_storage.h"
 #include "file_io.h"
+#include "ndplat_supervlan.h"
 
 namespace re2 {
 class RE2;
@@ -263,6 +264,12 @@ public:
     const std::set<std::string> &addresses(int32_t vlanIf) const;
     bool add_address(int32_t vlanIf, const std::string &prefix, std::string &error);
     bool remove_address(int32_t vlanIf, const std::string &prefix, std::string &error);
+    // The super VLAN of each sub-VLAN (sub-VLAN -> super VLAN, ascending); a VLAN belongs to at
+    // most one. Removing the VLAN or the super VLAN removes the membership.
+    const std::map<int32_t, int32_t> &sub_vlans() const { return supers_; }
+    int32_t super_of(int32_t vlan) const; // 0: none
+    bool add_sub_vlan(int32_t superVlan, int32_t vlan, std::string &error);
+    bool remove_sub_vlan(int32_t vlan, std::string &error);
     // Lets go of the database (before its file is set aside).
     void close();
 
@@ -271,6 +278,7 @@ private:
     // The value types of the settings' records, after the kinds of objects.
     static constexpr uint32_t kAccessVlanType = 20;
     static constexpr uint32_t kAddressType = 21;
+    static_assert(ndplat::kSubVlanType > kAddressType, "the sub-VLAN records have a value type of their own");
     bool open();
     void read_all();
     void read_settings();
@@ -279,10 +287,12 @@ private:
     bool erase(const std::string &key, std::string &error);
     // The settings that depend on an object about to be removed.
     bool remove_dependents(Kind kind, int32_t number, std::string &error);
+    bool remove_memberships(Kind kind, int32_t number, std::string &error);
 
     std::set<int32_t> sets_[kKinds];
     std::map<int32_t, int32_t> access_;                  // port ID -> VLAN, other than the default
     std::map<int32_t, std::set<std::string>> addresses_; // VLAN interface -> its addresses
+    std::map<int32_t, int32_t> supers_;                  // sub-VLAN -> its super VLAN
     std::unique_ptr<ndplat::dbm::Connection> store_;
     uint64_t version_ = 0;
     bool loaded_ = false;
@@ -414,7 +424,8 @@ struct Builtin {
 std::vector<std::string> words_of(int32_t argc, char **argv);
 void say(const std::string &text);
 void refuse(const std::string &text);
-// The port and VLAN-interface settings of a switch: access VLANs and IPv6 addresses.
+// The port, VLAN-interface and super-VLAN settings of a switch: access VLANs, IPv6 addresses
+// and sub-VLANs.
 std::vector<Builtin> switching_builtins();
 
 // ---- running configuration ----------------------------------------------------------------

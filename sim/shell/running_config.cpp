@@ -11,7 +11,7 @@
 //   5  each port and aggregation   (fd, 0, 0, port id)
 //   13 each VXLAN instance         (fd, 0, VXLAN id, 0)
 // Super VLANs have no registered kind; their section is written by ND_SuperVlanScriptHandler,
-// which the plug-in exports for the shell to call.
+// which the plug-in exports for the shell to call, after the shell's own sub-VLAN lines.
 #include <dlfcn.h>
 #include <unistd.h>
 
@@ -118,6 +118,9 @@ bool write_vlan_sections(Writer &w, const Inventory &inv)
         Session::instance().plugin() ? dlsym(Session::instance().plugin(), "ND_SuperVlanScriptHandler") : nullptr);
     for (int32_t id : inv.of(Inventory::Kind::SuperVlan))
         if (!w.section("super-vlan " + std::to_string(id), [&] {
+                for (const auto &[vlan, owner] : inv.sub_vlans())
+                    if (owner == id)
+                        w.line(" subvlan " + std::to_string(vlan));
                 if (superVlan)
                     superVlan(w.fd(), static_cast<uintptr_t>(id));
             }))

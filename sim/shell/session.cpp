@@ -20,6 +20,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "ndplat_supervlan.h"
 #include "ndplat_vxlan.h"
 #include "private_files.h"
 #include "ndsh.h"
@@ -30,7 +31,7 @@ namespace {
 
 constexpr const char *kHostname = "switch";
 constexpr const char *kNdDb = ndwire::kDatabase;
-constexpr const char *kInventoryDb = "ndsh_inventory";
+using ndplat::kInventoryDb;
 constexpr const char *kBootedMarker = "ndsh.booted";
 // Present while the startup configuration is being replayed: found at a start, it means that a
 // boot or a reload was cut off half-way, and the reload is done again from the beginning.

@@ -1,7 +1,8 @@
 // The settings that make the emulated switch a switch of ports and VLANs: the access VLAN of
-// each layer-2 port (`switchport access vlan N`) and the IPv6 addresses of each VLAN interface
-// (`ipv6 address X/len`). Both are stored in the inventory database, so that they are written
-// in the running configuration and replayed from the saved one.
+// each layer-2 port (`switchport access vlan N`), the IPv6 addresses of each VLAN interface
+// (`ipv6 address X/len`) and the sub-VLANs of each super VLAN (`subvlan V`). All are stored in
+// the inventory database, so that they are written in the running configuration and replayed
+// from the saved one.
 #include <arpa/inet.h>
 
 #include <cstdlib>
@@ -80,6 +81,56 @@ int32_t cmd_ipv6_address(int32_t argc, char **argv)
     return 0;
 }
 
+// Why `vlan` cannot become a sub-VLAN of `superVlan`; empty when it can. The default VLAN,
+// which every port falls back to, stays out of super VLANs.
+std::string sub_vlan_refusal(const Inventory &inv, int32_t superVlan, int32_t vlan)
+{
+    const std::string v = std::to_string(vlan);
+    if (!inv.has(Inventory::Kind::SuperVlan, superVlan))
+        return "% super-vlan " + std::to_string(superVlan) + " does not exist.";
+    if (vlan == kDefaultVlan)
+        return "% The default VLAN cannot be a sub-VLAN.";
+    if (inv.has(Inventory::Kind::SuperVlan, vlan))
+        return "% VLAN " + v + " is a super VLAN and cannot be a sub-VLAN.";
+    if (!inv.has(Inventory::Kind::Vlan, vlan))
+        return "% VLAN " + v + " does not exist.";
+    int32_t owner = inv.super_of(vlan);
+    if (owner != 0 && owner != superVlan)
+        return "% VLAN " + v + " is already a sub-VLAN of super-vlan " + std::to_string(owner) + ".";
+    return "";
+}
+
+// Why `vlan` cannot leave `superVlan`; empty when it can.
+std::string sub_vlan_removal_refusal(const Inventory &inv, int32_t superVlan, int32_t vlan)
+{
+    const std::string v = std::to_string(vlan), s = std::to_string(superVlan);
+    int32_t owner = inv.super_of(vlan);
+    if (owner == 0)
+        return "% VLAN " + v + " is not a sub-VLAN of super-vlan " + s + ".";
+    if (owner != superVlan)
+        return "% VLAN " + v + " is a sub-VLAN of super-vlan " + std::to_string(owner) + ", not of super-vlan " + s +
+               ".";
+    return "";
+}
+
+// "subvlan V" and "no subvlan V", in the mode of a super VLAN. Adding a member again stores it
+// again: another shell may have removed it since this one looked.
+int32_t cmd_subvlan(int32_t argc, char **argv)
+{
+    std::vector<std::string> w = words_of(argc, argv);
+    bool undo = !w.empty() && w[0] == "no";
+    size_t at = undo ? 2 : 1;
+    int32_t vlan = w.size() > at ? atoi(w[at].c_str()) : 0;
+    int32_t superVlan = S().context().number;
+    Inventory &inv = S().inventory();
+    std::string error =
+        undo ? sub_vlan_removal_refusal(inv, superVlan, vlan) : sub_vlan_refusal(inv, superVlan, vlan);
+    bool stored = error.empty() && (undo ? inv.remove_sub_vlan(vlan, error) : inv.add_sub_vlan(superVlan, vlan, error));
+    if (!stored)
+        refuse("\n" + error);
+    return 0;
+}
+
 } // namespace
 
 std::vector<Builtin> switching_builtins()
@@ -106,6 +157,13 @@ std::vector<Builtin> switching_builtins()
            "ipv6(IF,0,'Command ipv6'){"
              "address(IF,0,'Remove an IPv6 address of the interface'){"
                "_IPV6PREFIX_(IF,0,'IPv6 address and prefix length, such as 2001:db8::1/64')}}}"},
+        {cmd_subvlan,
+         "subvlan(SUPERVLAN,0,'Add a VLAN to the super VLAN as a sub-VLAN'){"
+           "_1_4094_(SUPERVLAN,0,'VLAN id')}"},
+        {cmd_subvlan,
+         "no(SUPERVLAN,0,'Negate a command or set its defaults'){"
+           "subvlan(SUPERVLAN,0,'Remove a sub-VLAN from the super VLAN'){"
+             "_1_4094_(SUPERVLAN,0,'VLAN id')}}"},
     };
     // clang-format on
 }

@@ -25,7 +25,7 @@ constexpr const char *kObjects =
     "vlan 10; nd snooping enable; exit;"
     "vlan 20; nd snooping enable; exit;"
     "vlan 30; exit;"
-    "super-vlan 40; nd local-proxy enable; exit;"
+    "super-vlan 40; subvlan 30; nd local-proxy enable; subvlan 20; exit;"
     "super-vlan 41; exit;"
     "interface vlan 11; ipv6 nd proxy; exit;"
     "interface vlan 12; exit;"
@@ -84,7 +84,7 @@ TEST(NdshRoundTrip, WriteAndReloadKeepEverySettingOfEveryModeWithProxyAnyway)
 {
     round_trip(std::string(kObjects) + kProxyAnyway,
                {"no nd fast-response\n", "nd snooping ns-check-loose\n", "nd snooping attack-log enable\n",
-                "\nvlan 20\n nd snooping enable\n", "\nsuper-vlan 40\n nd local-proxy enable\n",
+                "\nvlan 20\n nd snooping enable\n", "\nsuper-vlan 40\n subvlan 20\n subvlan 30\n nd local-proxy enable\n!\n",
                 "\ninterface vlan 11\n nd proxy enable\n",
                 "\ninterface mgmt 0\n nd proxy enable\n ipv6 nd proxy anyway enable\n",
                 "\ninterface loopback 3\n nd proxy enable\n ipv6 nd proxy anyway enable\n",
