@@ -39,6 +39,7 @@
 
 #include "nd_service.h"
 #include "ndlab.h"
+#include "ndplat_supervlan.h"
 #include "snoop_wire.h"
 #include "ndplat_dbm.h"
 #include "ndplat_service.h"
@@ -298,6 +299,7 @@ std::unique_ptr<ndsvc::SnoopWire> joinLab(ndsvc::NdService &service, const Optio
         fprintf(stderr, "ndsvc: cannot snoop in lab %s: %s\n", o.lab.c_str(), why.c_str());
         return nullptr;
     }
+    wire->read_sub_vlans_with(ndplat::sub_vlan_supers);
     service.wire_attach(wire.get());
     fprintf(stderr, "ndsvc: snooping on the ports of lab %s\n", o.lab.c_str());
     return wire;

@@ -122,6 +122,8 @@ SnoopWire::~SnoopWire()
     closePorts();
     if (wake_ >= 0)
         close(wake_);
+    if (linkEvents_ >= 0)
+        close(linkEvents_);
     std::string error;
     if (installed_)
         rules_.remove(error);
@@ -138,6 +140,9 @@ bool SnoopWire::start(std::string &error)
         error = std::string("no eventfd: ") + strerror(errno);
         return false;
     }
+    linkEvents_ = wire_link_events(error);
+    if (linkEvents_ < 0)
+        return false;
     {
         std::lock_guard<std::mutex> hold(mutex_);
         refreshPorts();
@@ -389,7 +394,14 @@ void SnoopWire::run()
                 }
         }
         fds.push_back({wake_, POLLIN, 0});
+        fds.push_back({linkEvents_, POLLIN, 0});
         int ready = poll(fds.data(), fds.size(), static_cast<int>(kTick.count()));
+        // A port that moved to another VLAN is seen before the frames it sends from there.
+        if (ready > 0 && (fds.back().revents & POLLIN)) {
+            wire_link_events_drain(linkEvents_);
+            std::lock_guard<std::mutex> hold(mutex_);
+            refreshPortsLocked();
+        }
         if (ready > 0)
             for (size_t i = 0; i < polled.size(); ++i)
                 if (fds[i].revents & POLLIN)
@@ -397,15 +409,7 @@ void SnoopWire::run()
         SnoopClock::time_point now = SnoopClock::now();
         std::lock_guard<std::mutex> hold(mutex_);
         if (now >= nextPorts) {
-            std::map<std::string, uint16_t> before;
-            for (const auto &[device, port] : ports_)
-                before[device] = port.vlan;
-            refreshPorts();
-            std::map<std::string, uint16_t> after;
-            for (const auto &[device, port] : ports_)
-                after[device] = port.vlan;
-            if (after != before)
-                applyLocked();
+            refreshPortsLocked();
             if (subVlanReader_) {
                 subVlanSupers_ = subVlanReader_();
                 answerConfigLocked();
@@ -414,6 +418,19 @@ void SnoopWire::run()
         }
         tick(now);
     }
+}
+
+void SnoopWire::refreshPortsLocked()
+{
+    std::map<std::string, uint16_t> before;
+    for (const auto &[device, port] : ports_)
+        before[device] = port.vlan;
+    refreshPorts();
+    std::map<std::string, uint16_t> after;
+    for (const auto &[device, port] : ports_)
+        after[device] = port.vlan;
+    if (after != before)
+        applyLocked();
 }
 
 void SnoopWire::receive(const std::string &device, const Port &port)
@@ -426,19 +443,21 @@ void SnoopWire::receive(const std::string &device, const Port &port)
         packet::NdPacket p;
         packet::ParseResult result = packet::parse(frame, static_cast<size_t>(n), p);
         std::lock_guard<std::mutex> hold(mutex_);
-        if (!port.vlan)
+        auto current = ports_.find(device);
+        uint16_t vlan = current != ports_.end() ? current->second.vlan : 0;
+        if (!vlan)
             continue;
         answers_.received(result, p);
         if (result != packet::ParseResult::Ok)
             continue;
         SnoopClock::time_point now = SnoopClock::now();
-        bool refused = refusedLocked(device, port.vlan, p);
+        bool refused = refusedLocked(device, vlan, p);
         if (snoopedLocked(device))
-            snoopLocked(device, port.vlan, p, now);
+            snoopLocked(device, vlan, p, now);
         if (p.type == packet::NdType::NeighborSolicitation) {
-            solicitedLocked(p, device, port.vlan, refused, now);
+            solicitedLocked(p, device, vlan, refused, now);
         } else if (p.type == packet::NdType::NeighborAdvertisement && !refused) {
-            answers_.heard(p.target, port.vlan, now);
+            answers_.heard(p.target, vlan, now);
         }
     }
 }

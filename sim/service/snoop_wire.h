@@ -128,6 +128,8 @@ private:
     void snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p, SnoopClock::time_point now);
     void tick(SnoopClock::time_point now);
     void refreshPorts();
+    // Reads the ports again; what changed in their VLANs changes the kernel's tables.
+    void refreshPortsLocked();
     void applyLocked();
     void forgetInstalledLocked();
     bool installTableLocked();
@@ -179,6 +181,7 @@ private:
     uint32_t logsThisSecond_ = 0;
 
     int wake_ = -1;
+    int linkEvents_ = -1; // the kernel's news of the devices
     std::atomic<bool> stopping_{false};
     std::thread thread_;
 };

@@ -63,6 +63,19 @@ public:
         return wire_.sendLocked(device, to, frame, length);
     }
 
+    void solicit(const Address6 &target, uint16_t vlan) override
+    {
+        packet::FrameAddress addr;
+        if (!interface_mac(vlan, addr.eth_src) || !interface_address(vlan, addr.src))
+            return;
+        addr.dst = packet::solicited_node(target);
+        addr.eth_dst = packet::multicast_mac(addr.dst);
+        size_t length = packet::build_ns(addr, target, &addr.eth_src, frame_, sizeof frame_);
+        for (const auto &[device, port] : wire_.ports_)
+            if (length && port.vlan == vlan)
+                wire_.sendLocked(device, addr.eth_dst, frame_, length);
+    }
+
 private:
     SnoopWire &wire_;
     uint8_t frame_[packet::kMaxBuiltFrame];

@@ -71,6 +71,8 @@ void NdAnswers::solicited(const packet::NdPacket &ns, const std::string &device,
     // is still there.
     if (packet::is_dad(ns) || !packet::is_solicited_node(ns.dst) || !decide(ns, device, vlan, world, answer)) {
         count(kRxNsNoNapr);
+        if (!packet::is_dad(ns) && packet::is_solicited_node(ns.dst))
+            seek(ns.target, vlan, now, world);
         return;
     }
     count(kRxNsNeedNa);
@@ -192,6 +194,24 @@ void NdAnswers::send(const Answer &answer, AnswerWorld &world)
     }
 }
 
+// A local proxy that has not heard of the target asks the other sub-VLANs of the asker's super
+// VLAN; the asker's next NS finds it heard.
+void NdAnswers::seek(const Address6 &target, uint16_t vlan, SnoopClock::time_point now, AnswerWorld &world)
+{
+    auto sub = config_.subVlanOf.find(vlan);
+    if (sub == config_.subVlanOf.end() || packet::is_link_local(target) || heard_.count(target))
+        return;
+    auto last = sought_.find(target);
+    if (last != sought_.end() && now - last->second < kSeekEvery)
+        return;
+    if (last == sought_.end() && sought_.size() >= kHeardCeiling)
+        return;
+    sought_[target] = now;
+    for (const auto &[other, super] : config_.subVlanOf)
+        if (super == sub->second && other != vlan)
+            world.solicit(target, other);
+}
+
 void NdAnswers::tick(SnoopClock::time_point now, AnswerWorld &world)
 {
     std::vector<Answer> due;
@@ -207,6 +227,8 @@ void NdAnswers::tick(SnoopClock::time_point now, AnswerWorld &world)
         send(answer, world);
     for (auto it = heard_.begin(); it != heard_.end();)
         it = now - it->second.at > kHostMemory ? heard_.erase(it) : std::next(it);
+    for (auto it = sought_.begin(); it != sought_.end();)
+        it = now - it->second >= kSeekEvery ? sought_.erase(it) : std::next(it);
 }
 
 std::map<Address6, uint16_t> NdAnswers::local_hosts() const

@@ -79,6 +79,9 @@ public:
     // Room for one frame; null when there is none.
     virtual uint8_t *frame_buffer(size_t &capacity) = 0;
     virtual Sent send(const std::string &device, const uint8_t *frame, size_t length) = 0;
+    // Asks for an address on every port of a VLAN with the switch's own NS: the host that has
+    // it answers, and so is heard there.
+    virtual void solicit(const Address6 &target, uint16_t vlan) = 0;
 };
 
 class NdAnswers {
@@ -88,6 +91,8 @@ public:
     static constexpr SnoopClock::duration kMaxRangeDelay = std::chrono::milliseconds(500);
     // Hosts of the sub-VLANs are remembered this long after they were last heard.
     static constexpr SnoopClock::duration kHostMemory = std::chrono::minutes(10);
+    // A host not heard yet is sought in the other sub-VLANs at most this often.
+    static constexpr SnoopClock::duration kSeekEvery = std::chrono::seconds(1);
     // Bounds against a flood: hosts remembered, and answers waiting (one more is not made).
     static constexpr size_t kHeardCeiling = 4096;
     static constexpr size_t kDelayedCeiling = 1024;
@@ -128,6 +133,7 @@ private:
                 Answer &answer) const;
     bool proxied(const packet::NdPacket &ns, uint16_t vlan, AnswerWorld &world, FastStatistic &by) const;
     void send(const Answer &answer, AnswerWorld &world);
+    void seek(const Address6 &target, uint16_t vlan, SnoopClock::time_point now, AnswerWorld &world);
     void count(FastStatistic statistic) { ++counters_[statistic]; }
 
     AnswerConfig config_;
@@ -138,6 +144,7 @@ private:
     };
     std::map<Address6, Heard> heard_;
     std::vector<Answer> delayed_;
+    std::map<Address6, SnoopClock::time_point> sought_;
     uint32_t random_ = 0x2545f491;
 };
 

@@ -169,6 +169,28 @@ bool wire_links(std::vector<WireLink> &links, std::string &error)
 
 namespace ndsvc {
 
+int wire_link_events(std::string &error)
+{
+    int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
+    sockaddr_nl groups{};
+    groups.nl_family = AF_NETLINK;
+    groups.nl_groups = RTMGRP_LINK;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&groups), sizeof groups) != 0) {
+        error = std::string("no netlink socket for the devices' news: ") + strerror(errno);
+        if (fd >= 0)
+            close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+void wire_link_events_drain(int fd)
+{
+    uint8_t news[8192];
+    while (recv(fd, news, sizeof news, 0) > 0) {
+    }
+}
+
 bool wire_link_locals(std::map<int, Address6> &byIndex, std::string &error)
 {
     byIndex.clear();

@@ -22,6 +22,11 @@ struct WireLink {
 // Every device, as rtnetlink lists it; false with the reason when the kernel cannot be asked.
 bool wire_links(std::vector<WireLink> &links, std::string &error);
 
+// A socket that becomes readable when a device changes (a port moved to another bridge, say);
+// -1 with the reason. Its news is read and dropped by wire_link_events_drain.
+int wire_link_events(std::string &error);
+void wire_link_events_drain(int fd);
+
 using Address6 = std::array<uint8_t, 16>;
 
 // The link-local address of each device that has one (the first the kernel lists), by index.
@@ -36,8 +41,8 @@ struct WireRoute {
 WireRoute wire_route(const Address6 &destination);
 
 // The routing protocol number that marks the host routes the service adds, so that they are
-// told apart from the operator's.
-constexpr uint8_t kHostRouteProtocol = 188;
+// told apart from the operator's (and from the routing daemons' numbers).
+constexpr uint8_t kHostRouteProtocol = 200;
 // Adds (or replaces) or deletes a route to one address through a device.
 bool wire_host_route(bool add, const Address6 &destination, int device, std::string &error);
 

@@ -94,6 +94,8 @@ public:
         capacity = sizeof buffer_;
         return haveBuffer ? buffer_ : nullptr;
     }
+    std::vector<std::pair<Address6, uint16_t>> sought;
+    void solicit(const Address6 &target, uint16_t vlan) override { sought.push_back({target, vlan}); }
     Sent send(const std::string &device, const uint8_t *frame, size_t length) override
     {
         if (sendResult == Sent::Ok)
@@ -297,6 +299,29 @@ TEST(WireAnswers, LocalProxyJoinsHostsHeardInSubVlansOfOneSuperVlan)
     EXPECT_EQ(answers.local_hosts().count(addr(1, 1)), 1u);
     answers.tick(t0 + NdAnswers::kHostMemory + milliseconds(1), sw);
     EXPECT_TRUE(answers.local_hosts().empty());
+}
+
+TEST(WireAnswers, LocalProxySeeksAHostNotHeardYetInTheOtherSubVlansOncePerSecond)
+{
+    TestSwitch sw;
+    NdAnswers answers;
+    AnswerConfig c;
+    c.localProxy = {100};
+    c.subVlanOf = {{10, 100}, {20, 100}, {21, 100}, {30, 300}};
+    answers.configure(c);
+    answers.solicited(solicitation(addr(1, 1), 1, addr(1, 2)), "ge0-1", 10, false, t0, sw);
+    answers.solicited(solicitation(addr(1, 1), 1, addr(1, 2)), "ge0-1", 10, false, t0 + milliseconds(999), sw);
+    answers.solicited(solicitation(addr(1, 1), 1, linkLocal(2)), "ge0-1", 10, false, t0, sw);
+    answers.solicited(solicitation(addr(3, 1), 3, addr(3, 2)), "ge0-3", 30, false, t0, sw); // no other sub-VLAN
+    EXPECT_EQ(sw.sought, (std::vector<std::pair<Address6, uint16_t>>{{addr(1, 2), 20}, {addr(1, 2), 21}}));
+    answers.tick(t0 + NdAnswers::kSeekEvery, sw);
+    answers.solicited(solicitation(addr(1, 1), 1, addr(1, 2)), "ge0-1", 10, false, t0 + NdAnswers::kSeekEvery, sw);
+    EXPECT_EQ(sw.sought.size(), 4u);
+    // Heard in VLAN 20 (its answer to the switch), it is answered for.
+    answers.heard(addr(1, 2), 20, t0 + NdAnswers::kSeekEvery);
+    answers.solicited(solicitation(addr(1, 1), 1, addr(1, 2)), "ge0-1", 10, false, t0 + NdAnswers::kSeekEvery, sw);
+    EXPECT_EQ(sw.sought.size(), 4u);
+    EXPECT_EQ(sentAdvertisement(sw, "ge0-1").target, addr(1, 2));
 }
 
 TEST(WireAnswers, AProxyAddressRangeIsAnsweredAfterADelay)

@@ -1,5 +1,12 @@
 #include "wire_support.h"
 
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -104,9 +111,9 @@ int WireSwitch::forge(int k, const std::vector<std::string> &args) const
     return status;
 }
 
-long WireSwitch::counter(const std::string &name) const
+long WireSwitch::counter(const std::string &name, const std::string &show) const
 {
-    std::string shown = ndsh("show nd snooping statistics");
+    std::string shown = ndsh(show);
     size_t at = shown.find(name + ":");
     if (at == std::string::npos)
         return -1;
@@ -142,6 +149,77 @@ size_t WireSwitch::flood_dad(int k, size_t count) const
         return ndsvc::packet::build_ns(addr, target, nullptr, buf, capacity);
     });
     return sent ? sent.value() : 0;
+}
+
+std::string WireSwitch::neighbour(int k, const std::string &address) const
+{
+    std::string line = host(k, {"ip", "-6", "neigh", "show", address});
+    while (!line.empty() && line.back() == '\n')
+        line.pop_back();
+    return line;
+}
+
+void WireSwitch::flush_neighbours(int k) const
+{
+    host(k, {"ip", "-6", "neigh", "flush", "dev", "eth0"});
+}
+
+NsWatch::NsWatch(const WireSwitch &sw, int k, const std::string &target, const std::string &from)
+    : namespace_(ndlab::host_namespace(sw.lab(), k)), anySource_(from.empty())
+{
+    inet_pton(AF_INET6, target.c_str(), target_.data());
+    if (!from.empty())
+        inet_pton(AF_INET6, from.c_str(), from_.data());
+    thread_ = std::thread(&NsWatch::watch, this);
+    within(std::chrono::seconds(2), [&] { return ready_.load(); });
+}
+
+NsWatch::~NsWatch()
+{
+    stop_ = true;
+    if (thread_.joinable())
+        thread_.join();
+}
+
+int NsWatch::stop()
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    stop_ = true;
+    if (thread_.joinable())
+        thread_.join();
+    return seen_;
+}
+
+void NsWatch::watch()
+{
+    int ns = open(("/run/netns/" + namespace_).c_str(), O_RDONLY | O_CLOEXEC);
+    if (ns < 0 || setns(ns, CLONE_NEWNET) != 0) {
+        if (ns >= 0)
+            close(ns);
+        return;
+    }
+    close(ns);
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_IPV6));
+    if (fd < 0)
+        return;
+    sockaddr_ll at{};
+    at.sll_family = AF_PACKET;
+    at.sll_protocol = htons(ETH_P_IPV6);
+    at.sll_ifindex = static_cast<int>(if_nametoindex(ndlab::kHostDevice));
+    timeval wait{0, 100000};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
+    if (bind(fd, reinterpret_cast<sockaddr *>(&at), sizeof at) == 0)
+        ready_ = true;
+    uint8_t frame[2048];
+    while (ready_ && !stop_) {
+        ssize_t n = recv(fd, frame, sizeof frame, 0);
+        ndsvc::packet::NdPacket p;
+        if (n > 0 && ndsvc::packet::parse(frame, static_cast<size_t>(n), p) == ndsvc::packet::ParseResult::Ok &&
+            p.type == ndsvc::packet::NdType::NeighborSolicitation && p.target == target_ &&
+            (anySource_ || p.src == from_))
+            ++seen_;
+    }
+    close(fd);
 }
 
 bool within(std::chrono::milliseconds limit, const std::function<bool()> &done)

@@ -4,7 +4,10 @@
 #ifndef WIRE_SUPPORT_H
 #define WIRE_SUPPORT_H
 
+#include <array>
+#include <atomic>
 #include <chrono>
+#include <thread>
 #include <functional>
 #include <optional>
 #include <string>
@@ -37,12 +40,18 @@ public:
     bool add_address(int k, const std::string &prefix) const;
     // Forged packets from host K (forge.py): their exit status.
     int forge(int k, const std::vector<std::string> &args) const;
-    // A counter of `show nd snooping statistics`; -1 when it is not shown.
-    long counter(const std::string &name) const;
+    // A counter of `show nd snooping statistics` (or of another show command that prints
+    // "name: value"); -1 when it is not shown.
+    long counter(const std::string &name, const std::string &show = "show nd snooping statistics") const;
+    long fast_counter(const std::string &name) const { return counter(name, "show nd fast-response statistics"); }
     // The service's log so far.
     std::string service_log() const;
     // Deletes host K's namespace: the host is gone.
     bool remove_host(int k) const;
+    // Host K's neighbour entry for an address ("" when it has none): "ADDR dev eth0 lladdr ...".
+    std::string neighbour(int k, const std::string &address) const;
+    // Forgets host K's neighbour entries.
+    void flush_neighbours(int k) const;
     // Sends `count` duplicate address detection NS for random addresses of 2001:db8:f::/64
     // from host K's eth0, as fast as its socket takes them; how many were sent.
     size_t flood_dad(int k, size_t count) const;
@@ -50,6 +59,28 @@ public:
 private:
     std::string name_, state_, why_, serviceArgs_;
     std::optional<ndlab::Lab> lab_;
+};
+
+// Counts the neighbor solicitations for one target that reach host K's eth0 while it lives
+// (only those from one source address, when given).
+class NsWatch {
+public:
+    NsWatch(const WireSwitch &sw, int k, const std::string &target, const std::string &from = "");
+    ~NsWatch();
+    NsWatch(const NsWatch &) = delete;
+    NsWatch &operator=(const NsWatch &) = delete;
+    bool ready() const { return ready_; }
+    // Stops watching (after a short wait for what is still on its way); the count.
+    int stop();
+
+private:
+    std::string namespace_;
+    std::array<uint8_t, 16> target_{}, from_{};
+    bool anySource_ = true;
+    std::atomic<bool> stop_{false}, ready_{false};
+    std::atomic<int> seen_{0};
+    std::thread thread_;
+    void watch();
 };
 
 // Polls `done` every 100 ms until it holds or `limit` passes; whether it held.

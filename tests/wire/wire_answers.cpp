@@ -1,0 +1,237 @@
+// The switch's answers between real hosts: fast response for a bound host (the target never sees
+// the solicitation), proxy on a VLAN interface between two subnets, proxy anyway on one segment,
+// local proxy between the sub-VLANs of a super VLAN, a proxy address range, and the
+// fast-response counters of malformed solicitations. Each test asserts on what the hosts saw
+// (neighbour caches, ping, the solicitations that reached them) and on the counters.
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include "test_support.h"
+
+#include "wire_support.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using wiretest::NsWatch;
+using wiretest::within;
+using wiretest::WireSwitch;
+
+bool ping(const WireSwitch &sw, int k, const std::string &address)
+{
+    int status = -1;
+    sw.host(k, {"ping", "-6", "-c", "1", "-W", "2", address}, &status);
+    return status == 0;
+}
+
+// Hosts 1..3 of VLAN 1 with their addresses bound by their own detection.
+void bindThreeHosts(const WireSwitch &sw)
+{
+    ASSERT_EQ(sw.ndsh("configure terminal; nd snooping enable; vlan 1; nd snooping enable; end"), "");
+    for (int k = 1; k <= 3; ++k)
+        ASSERT_TRUE(sw.add_address(k, "2001:db8:1::" + std::to_string(k) + "/64"));
+    std::string listing;
+    ASSERT_TRUE(within(5s, [&] {
+        listing = sw.ndsh("show nd snooping user-bind dynamic");
+        return listing.find("2001:db8:1::1 ") != std::string::npos &&
+               listing.find("2001:db8:1::2 ") != std::string::npos &&
+               listing.find("2001:db8:1::3 ") != std::string::npos;
+    })) << listing;
+}
+
+TEST(WireAnswers, FastResponseAnswersForABoundHostAndFloodsNothing)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    bindThreeHosts(sw);
+    long answered = sw.fast_counter("rxNaprLocal"), sent = sw.fast_counter("txNaCount");
+    NsWatch target(sw, 3, "2001:db8:1::3"), bystander(sw, 2, "2001:db8:1::3");
+    ASSERT_TRUE(target.ready() && bystander.ready());
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:1::3"));
+    EXPECT_EQ(target.stop(), 0) << "the target saw the solicitation";
+    EXPECT_EQ(bystander.stop(), 0) << "the solicitation was flooded";
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:1::3").rfind("2001:db8:1::3 dev eth0 lladdr " + sw.mac(3) + " ", 0), 0u)
+        << sw.neighbour(1, "2001:db8:1::3");
+    // Host 1 asked for host 3, and host 3 for host 1 to answer the ping.
+    EXPECT_GE(sw.fast_counter("rxNaprLocal"), answered + 2);
+    EXPECT_GE(sw.fast_counter("txNaCount"), sent + 2);
+    EXPECT_GE(sw.fast_counter("rxNsNeedNa"), 2);
+    EXPECT_GE(sw.fast_counter("rxNdCount"), sw.fast_counter("rxNsCount"));
+}
+
+TEST(WireAnswers, AnUnknownTargetAndFastResponseOffAreSolicitedAsUsual)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    bindThreeHosts(sw);
+    // Host 3's port is trusted from now on: its next address is not learned, so not known.
+    ASSERT_EQ(sw.ndsh("configure terminal; interface gigabitethernet 0/3; nd snooping trust; end"), "");
+    ASSERT_TRUE(sw.add_address(3, "2001:db8:1::33/64"));
+    std::this_thread::sleep_for(1500ms);
+    long unanswered = sw.fast_counter("rxNsNoNapr");
+    {
+        NsWatch target(sw, 3, "2001:db8:1::33");
+        ASSERT_TRUE(target.ready());
+        EXPECT_TRUE(ping(sw, 1, "2001:db8:1::33"));
+        EXPECT_GE(target.stop(), 1) << "an unknown target is solicited";
+    }
+    EXPECT_GE(sw.fast_counter("rxNsNoNapr"), unanswered + 1);
+    ASSERT_EQ(sw.ndsh("configure terminal; no nd fast-response; end"), "");
+    long answered = sw.fast_counter("rxNaprLocal");
+    NsWatch target(sw, 2, "2001:db8:1::2");
+    ASSERT_TRUE(target.ready());
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:1::2"));
+    EXPECT_GE(target.stop(), 1) << "without fast response the target answers itself";
+    EXPECT_EQ(sw.fast_counter("rxNaprLocal"), answered);
+}
+
+// Host 1 in VLAN 10 (2001:db8:a::/64), host 2 in VLAN 20 (2001:db8:b::/64); each host takes the
+// whole 2001:db8::/32 as on-link, so it asks for the other host with an NS.
+void twoSubnets(const WireSwitch &sw)
+{
+    ASSERT_EQ(sw.ndsh("configure terminal; vlan 10; exit; vlan 20; exit; "
+                      "interface gigabitethernet 0/1; switchport access vlan 10; exit; "
+                      "interface gigabitethernet 0/2; switchport access vlan 20; exit; "
+                      "interface vlan 10; ipv6 address 2001:db8:a::1/64; exit; "
+                      "interface vlan 20; ipv6 address 2001:db8:b::1/64; end"),
+              "");
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:a::10/64"));
+    ASSERT_TRUE(sw.add_address(2, "2001:db8:b::20/64"));
+    for (int k = 1; k <= 2; ++k)
+        sw.host(k, {"ip", "-6", "route", "add", "2001:db8::/32", "dev", "eth0"});
+    std::this_thread::sleep_for(1500ms);
+}
+
+TEST(WireAnswers, ProxyOnAVlanInterfaceJoinsTwoSubnetsThroughTheSwitch)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    twoSubnets(sw);
+    EXPECT_FALSE(ping(sw, 1, "2001:db8:b::20")) << "without proxy nobody answers for the other subnet";
+    sw.flush_neighbours(1);
+    ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 10; nd proxy enable; exit; "
+                      "interface vlan 20; nd proxy enable; end"),
+              "");
+    long proxied = sw.fast_counter("rxNaprProxyIf");
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:b::20"));
+    std::string switchMac = ndlab::switch_mac(sw.lab());
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:b::20"), "2001:db8:b::20 dev eth0 lladdr " + switchMac + " router REACHABLE ");
+    EXPECT_EQ(sw.neighbour(2, "2001:db8:a::10").rfind("2001:db8:a::10 dev eth0 lladdr " + switchMac + " router", 0),
+              0u)
+        << sw.neighbour(2, "2001:db8:a::10");
+    EXPECT_GE(sw.fast_counter("rxNaprProxyIf"), proxied + 2);
+    // Switched off on host 1's side, plain ND is back: its NS for the other subnet goes unanswered.
+    ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 10; no nd proxy enable; end"), "");
+    sw.flush_neighbours(1);
+    EXPECT_FALSE(ping(sw, 1, "2001:db8:b::20"));
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:b::20").find(switchMac), std::string::npos);
+}
+
+TEST(WireAnswers, ProxyAnywayAnswersOnTheSameSegmentAndOffRestoresPlainNd)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 1; ipv6 address 2001:db8:1::ff/64; "
+                      "ipv6 nd proxy anyway enable; end"),
+              "");
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
+    ASSERT_TRUE(sw.add_address(2, "2001:db8:1::2/64"));
+    std::this_thread::sleep_for(1500ms);
+    std::string switchMac = ndlab::switch_mac(sw.lab());
+    {
+        // The switch resolves host 2 for itself when it routes to it: only host 1's NS counts.
+        NsWatch target(sw, 2, "2001:db8:1::2", "2001:db8:1::1");
+        ASSERT_TRUE(target.ready());
+        EXPECT_TRUE(ping(sw, 1, "2001:db8:1::2"));
+        EXPECT_EQ(target.stop(), 0) << "the switch answers anyway: host 1's NS reaches nobody";
+    }
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:1::2").rfind("2001:db8:1::2 dev eth0 lladdr " + switchMac + " router", 0), 0u)
+        << sw.neighbour(1, "2001:db8:1::2");
+    EXPECT_GE(sw.fast_counter("rxNaprProxyIf"), 1);
+    ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 1; no ipv6 nd proxy anyway enable; end"), "");
+    for (int k = 1; k <= 2; ++k)
+        sw.flush_neighbours(k);
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:1::2"));
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:1::2").rfind("2001:db8:1::2 dev eth0 lladdr " + sw.mac(2) + " ", 0), 0u)
+        << sw.neighbour(1, "2001:db8:1::2");
+}
+
+TEST(WireAnswers, LocalProxyJoinsTwoSubVlansOfASuperVlan)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    ASSERT_EQ(sw.ndsh("configure terminal; vlan 10; exit; vlan 20; exit; "
+                      "interface gigabitethernet 0/1; switchport access vlan 10; exit; "
+                      "interface gigabitethernet 0/2; switchport access vlan 20; exit; "
+                      "super-vlan 100; subvlan 10; subvlan 20; exit; "
+                      "interface vlan 100; ipv6 address 2001:db8:64::1/64; end"),
+              "");
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:64::10/64"));
+    ASSERT_TRUE(sw.add_address(2, "2001:db8:64::20/64"));
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_FALSE(ping(sw, 1, "2001:db8:64::20")) << "sub-VLANs are apart without local proxy";
+    sw.flush_neighbours(1);
+    ASSERT_EQ(sw.ndsh("configure terminal; super-vlan 100; nd local-proxy enable; end"), "");
+    long proxied = sw.fast_counter("rxNaprProxyLoc");
+    std::string switchMac = ndlab::switch_mac(sw.lab());
+    // The membership is read with the ports, every half second.
+    EXPECT_TRUE(within(3s, [&] { return ping(sw, 1, "2001:db8:64::20"); }));
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:64::20").rfind("2001:db8:64::20 dev eth0 lladdr " + switchMac + " router", 0),
+              0u)
+        << sw.neighbour(1, "2001:db8:64::20");
+    EXPECT_GE(sw.fast_counter("rxNaprProxyLoc"), proxied + 2);
+    // The switch reaches each host through its sub-VLAN's interface.
+    int status = -1;
+    std::string routes = ndtest::run_capture({"ip", "-n", ndlab::switch_namespace(sw.lab()), "-6", "route"}, status);
+    EXPECT_NE(routes.find("2001:db8:64::10 dev vlan10 proto 200 "), std::string::npos) << routes;
+    EXPECT_NE(routes.find("2001:db8:64::20 dev vlan20 proto 200 "), std::string::npos) << routes;
+    // An address the switch never heard (no detection) is sought in the other sub-VLAN.
+    sw.host(2, {"ip", "-6", "addr", "add", "2001:db8:64::22/64", "dev", "eth0", "nodad"}, &status);
+    ASSERT_EQ(status, 0);
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:64::22"));
+}
+
+TEST(WireAnswers, AProxyAddressRangeIsAnsweredWithTheSwitchsMacAfterADelay)
+{
+    std::string seed = ndtest::fresh_scratch_dir("ndwire-seed") + "/seed.json";
+    std::ofstream(seed) << R"({"proxy_addresses": [{"module": 1, "begin": "2001:db8:1::100", "end": "2001:db8:1::1ff"}]})";
+    WireSwitch sw(3, "--seed " + seed);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 1; ipv6 address 2001:db8:1::ff/64; end"), "");
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
+    std::this_thread::sleep_for(1500ms);
+    // The ping goes nowhere (no host has the address); host 1's kernel took the switch's answer.
+    ping(sw, 1, "2001:db8:1::150");
+    std::string switchMac = ndlab::switch_mac(sw.lab());
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:1::150").rfind("2001:db8:1::150 dev eth0 lladdr " + switchMac + " router", 0),
+              0u)
+        << sw.neighbour(1, "2001:db8:1::150");
+    EXPECT_EQ(sw.fast_counter("rxNaprProxyAddr"), 1);
+    EXPECT_EQ(sw.fast_counter("rxNaprDelay"), 1);
+    ping(sw, 1, "2001:db8:1::250");
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:1::250").find(switchMac), std::string::npos);
+    EXPECT_EQ(sw.fast_counter("rxNaprProxyAddr"), 1);
+}
+
+TEST(WireAnswers, MalformedSolicitationsAreCountedAndNotAnswered)
+{
+    WireSwitch sw(3);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    bindThreeHosts(sw);
+    ASSERT_EQ(sw.ndsh("clear nd fast-response statistics"), "");
+    for (const char *kind : {"checksum", "dad-lladdr", "zero-option", "mcast-target"})
+        ASSERT_EQ(sw.forge(1, {"ns-bad", kind, "2001:db8:1::1", "2001:db8:1::3"}), 0) << kind;
+    EXPECT_TRUE(within(2s, [&] { return sw.fast_counter("rxNsDecFail") == 4; }))
+        << sw.ndsh("show nd fast-response statistics");
+    // The hosts' own ND goes on beside the forged messages.
+    EXPECT_GE(sw.fast_counter("rxNdCount"), 4);
+    EXPECT_GE(sw.fast_counter("rxNdDrop"), 4);
+    EXPECT_EQ(sw.fast_counter("rxNsBadDad"), 1);
+    EXPECT_EQ(sw.fast_counter("rxNdOptError"), 1);
+    EXPECT_EQ(sw.fast_counter("rxTargetMcast"), 1);
+    EXPECT_EQ(sw.fast_counter("rxTargetMcast") + sw.fast_counter("rxNsBadDad") + sw.fast_counter("rxNdOptError"), 3);
+}
+
+} // namespace
