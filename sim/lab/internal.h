@@ -40,6 +40,11 @@ Result<std::string> existing_switch(std::string_view name);
 // Makes VLAN V's bridge in lab NAME's switch (it must not exist yet), told as "bridge vlanV".
 Status make_bridge(std::string_view name, int vlan, const Progress &progress);
 
+// Adds to `state` what of the VXLAN joins switch `sw` holds: its underlay and VXLAN devices.
+Status read_vxlan_state(const std::string &sw, LabState &state);
+// The lines of `ndlab show` for them (see format in ndlab.h).
+std::string format_vxlan(const LabState &state);
+
 } // namespace ndlab::detail
 
 #endif

@@ -628,6 +628,8 @@ Result<LabState> inspect(std::string_view name)
     }
     for (auto &[vlan, bridge] : bridges)
         state.bridges.push_back(std::move(bridge));
+    if (Status joins = detail::read_vxlan_state(sw.value(), state); !joins)
+        return Error{joins.message()};
     return state;
 }
 
@@ -648,7 +650,7 @@ std::string format(const LabState &state)
         text += "bridge " + bridge_device(bridge.vlan) + " ports " + (ports.empty() ? "-" : ports) + " addresses " +
                 (addresses.empty() ? "-" : addresses) + "\n";
     }
-    return text;
+    return text + detail::format_vxlan(state);
 }
 
 Result<std::string> namespace_of(std::string_view name, std::string_view where)
