@@ -4,8 +4,9 @@
 // made on demand), and N host namespaces "ndlab-NAME-hK" (K = 1..N), each joined to the switch
 // by a veth pair: "ge0-K" in the switch (the emulated port gigabitethernet0/K, an access port of
 // one VLAN's bridge) and "eth0" in the host. The kernel forwards; this library only builds,
-// rewires and removes. It drives iproute2 as a child process (never through a shell) and
-// reports every failure as a value: nothing here throws. Any thread may call it: between fork
+// rewires and removes. Two labs' switches may be joined by the kernel's VXLAN device
+// (vxlan_join). It drives iproute2 as a child process (never through a shell) and reports every
+// failure as a value: nothing here throws. Any thread may call it: between fork
 // and exec its children make only async-signal-safe calls, and it keeps no state of its own.
 #ifndef NDLAB_H
 #define NDLAB_H
@@ -168,8 +169,10 @@ std::string format(const LabState &state);
 // that either lab already has is refused, not joined again. On failure, removes what it made.
 Status vxlan_join(std::string_view a, std::string_view b, uint32_t vni, int vlanA, int vlanB,
                   const Progress &progress = {});
-// Removes the vxVNI devices that join labs A and B, and their underlay with the last of them. A
-// lab that no longer exists is passed over (the other's leftover device is removed), not both.
+// Removes the vxVNI devices that join labs A and B, and their underlay with the last of them.
+// When one of the two labs no longer exists, the other's leftover device is still removed (a
+// deleted lab takes its end of the underlay, and the other's, but not the other's devices);
+// when neither exists, the error is the first one's "no lab".
 Status vxlan_leave(std::string_view a, std::string_view b, uint32_t vni, const Progress &progress = {});
 // Whether `vni` is a VXLAN network identifier (1..16777215); why not, when it is not.
 Status check_vni(uint32_t vni);
