@@ -4,6 +4,7 @@
 // Exit status: 0 done, 1 the work failed (the reason on standard error), 2 a usage error (a
 // missing or malformed word; nothing was touched). `exec` answers the command's own status.
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <optional>
 #include <string>
@@ -24,8 +25,11 @@ constexpr const char *kUsage =
     "       ndlab vlan-address NAME V add|del ADDR/LEN\n"
     "       ndlab show NAME\n"
     "       ndlab exec NAME sw|hK -- CMD [ARG...]\n"
+    "       ndlab vxlan NAME-A NAME-B VNI V-A [V-B]\n"
+    "       ndlab vxlan-del NAME-A NAME-B VNI\n"
     "       ndlab --help\n"
-    "NAME: 1 to 24 of [A-Za-z0-9_-]; N, K: 1 to 64; V: 1 to 4094. Needs root or CAP_SYS_ADMIN.\n";
+    "NAME: 1 to 24 of [A-Za-z0-9_-]; N, K: 1 to 64; V: 1 to 4094; VNI: 1 to 16777215.\n"
+    "Needs root or CAP_SYS_ADMIN.\n";
 
 void say(const std::string &line) { std::printf("ndlab: %s\n", line.c_str()); }
 
@@ -60,7 +64,7 @@ std::optional<int> number(std::string_view text, int min, int max)
     return value;
 }
 
-std::string range(int min, int max) { return "use " + std::to_string(min) + " to " + std::to_string(max); }
+std::string range(long min, long max) { return "use " + std::to_string(min) + " to " + std::to_string(max); }
 
 int create(const std::vector<std::string_view> &args)
 {
@@ -137,6 +141,53 @@ int show(const std::vector<std::string_view> &args)
     return 0;
 }
 
+// The two labs and the VNI that begin the words of vxlan and vxlan-del: a usage error, or none.
+std::optional<int> check_join_words(const std::vector<std::string_view> &args, uint32_t &vni)
+{
+    for (size_t i = 0; i < 2; ++i) {
+        if (ndlab::Status valid = ndlab::check_name(args[i]); !valid)
+            return usage_error(valid.message());
+    }
+    if (args[0] == args[1])
+        return usage_error("lab " + std::string(args[0]) + " named twice: name two different labs");
+    std::optional<int> parsed = number(args[2], static_cast<int>(ndlab::kMinVni), static_cast<int>(ndlab::kMaxVni));
+    if (!parsed)
+        return usage_error("bad VNI '" + std::string(args[2]) + "': " + range(ndlab::kMinVni, ndlab::kMaxVni));
+    vni = static_cast<uint32_t>(*parsed);
+    return std::nullopt;
+}
+
+int vxlan(const std::vector<std::string_view> &args)
+{
+    if (args.size() != 4 && args.size() != 5)
+        return usage();
+    uint32_t vni = 0;
+    if (std::optional<int> refused = check_join_words(args, vni))
+        return *refused;
+    std::optional<int> vlans[2];
+    for (size_t i = 3; i < args.size(); ++i) {
+        vlans[i - 3] = number(args[i], ndlab::kMinVlan, ndlab::kMaxVlan);
+        if (!vlans[i - 3])
+            return usage_error("bad VLAN '" + std::string(args[i]) + "': " + range(ndlab::kMinVlan, ndlab::kMaxVlan));
+    }
+    // One VLAN for both labs unless the second is given.
+    if (ndlab::Status joined = ndlab::vxlan_join(args[0], args[1], vni, *vlans[0], vlans[1].value_or(*vlans[0]), say); !joined)
+        return fail(joined.message());
+    return 0;
+}
+
+int vxlan_del(const std::vector<std::string_view> &args)
+{
+    if (args.size() != 3)
+        return usage();
+    uint32_t vni = 0;
+    if (std::optional<int> refused = check_join_words(args, vni))
+        return *refused;
+    if (ndlab::Status left = ndlab::vxlan_leave(args[0], args[1], vni, say); !left)
+        return fail(left.message());
+    return 0;
+}
+
 int exec(const std::vector<std::string_view> &args)
 {
     if (args.size() < 4 || args[2] != "--")
@@ -177,6 +228,10 @@ int main(int argc, char **argv)
         return show(args);
     if (command == "exec")
         return exec(args);
+    if (command == "vxlan")
+        return vxlan(args);
+    if (command == "vxlan-del")
+        return vxlan_del(args);
     std::fprintf(stderr, "ndlab: unknown command '%s'\n", argv[1]);
     return usage();
 }

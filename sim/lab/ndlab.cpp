@@ -21,6 +21,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "internal.h"
 #include "process.h"
 
 namespace ndlab {
@@ -87,24 +88,7 @@ std::optional<int> parse_number(std::string_view text, int min, int max)
     return value;
 }
 
-// The number after `prefix` in `text`, when text is exactly prefix + a number in range.
-std::optional<int> numbered(std::string_view text, std::string_view prefix, int min, int max)
-{
-    if (text.substr(0, prefix.size()) != prefix)
-        return std::nullopt;
-    std::string_view digits = text.substr(prefix.size());
-    if (digits.size() > 1 && digits[0] == '0')
-        return std::nullopt;
-    return parse_number(digits, min, max);
-}
-
 bool executable(const std::string &path) { return ::access(path.c_str(), X_OK) == 0; }
-
-bool namespace_exists(const std::string &netns)
-{
-    struct stat st {};
-    return ::stat((kNetnsDir + netns).c_str(), &st) == 0;
-}
 
 // Whether this process may make network namespaces: CAP_SYS_ADMIN in its effective set.
 bool may_make_namespaces()
@@ -124,6 +108,27 @@ Result<Output> ip(std::vector<std::string> args)
 {
     args.insert(args.begin(), ip_program());
     return detail::run_capture(args);
+}
+
+} // namespace
+
+namespace detail {
+
+// The number after `prefix` in `text`, when text is exactly prefix + a number in range.
+std::optional<int> numbered(std::string_view text, std::string_view prefix, int min, int max)
+{
+    if (text.substr(0, prefix.size()) != prefix)
+        return std::nullopt;
+    std::string_view digits = text.substr(prefix.size());
+    if (digits.size() > 1 && digits[0] == '0')
+        return std::nullopt;
+    return parse_number(digits, min, max);
+}
+
+bool namespace_exists(const std::string &netns)
+{
+    struct stat st {};
+    return ::stat((kNetnsDir + netns).c_str(), &st) == 0;
 }
 
 // Runs ip; an error "<what>: <ip's complaint>" when it fails.
@@ -152,6 +157,72 @@ Status set_disable_ipv6(const std::string &netns, const std::string &conf, bool 
 {
     return detail::write_in_namespace(netns, kSysctlIpv6 + conf + kDisableIpv6, disable ? "1" : "0");
 }
+
+const nlohmann::json *member(const nlohmann::json &object, const char *key, nlohmann::json::value_t type)
+{
+    if (!object.is_object())
+        return nullptr;
+    auto it = object.find(key);
+    if (it == object.end() || it->type() != type)
+        return nullptr;
+    return &*it;
+}
+
+Result<nlohmann::json> parse_json(const std::string &what, const std::string &text)
+{
+    nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
+    if (parsed.is_discarded() || !parsed.is_array())
+        return Error{what + ": ip's JSON output cannot be read"};
+    return parsed;
+}
+
+Status check_vlan(int vlan)
+{
+    if (vlan < kMinVlan || vlan > kMaxVlan)
+        return Error{"bad VLAN " + std::to_string(vlan) + ": use " + std::to_string(kMinVlan) + " to " + std::to_string(kMaxVlan)};
+    return {};
+}
+
+// The switch namespace of an existing lab.
+Result<std::string> existing_switch(std::string_view name)
+{
+    if (Status valid = check_name(name); !valid)
+        return Error{valid.message()};
+    std::string sw = switch_namespace(name);
+    if (!namespace_exists(sw))
+        return Error{"no lab " + std::string(name) + " (no namespace " + sw + ")"};
+    return sw;
+}
+
+Status make_bridge(std::string_view name, int vlan, const Progress &progress)
+{
+    const std::string sw = switch_namespace(name);
+    const std::string bridge = bridge_device(vlan);
+    // Multicast snooping off: a VLAN floods the ND multicasts to every port, whatever MLD
+    // reports its hosts have sent yet. The address is the switch's own, on every VLAN.
+    if (Status added = ip_do("cannot add bridge " + bridge, {"-n", sw, "link", "add", bridge, "address", switch_mac(name), "type", "bridge", "mcast_snooping", "0"}); !added)
+        return added;
+    if (Status up = ip_do("cannot bring up bridge " + bridge, {"-n", sw, "link", "set", bridge, "up"}); !up)
+        return up;
+    if (progress)
+        progress("bridge " + bridge);
+    return {};
+}
+
+} // namespace detail
+
+using detail::check_vlan;
+using detail::existing_switch;
+using detail::ip_do;
+using detail::ip_read;
+using detail::make_bridge;
+using detail::member;
+using detail::namespace_exists;
+using detail::numbered;
+using detail::parse_json;
+using detail::set_disable_ipv6;
+
+namespace {
 
 // A namespace with its loopback up and IPv6 on, for this lab.
 Status add_namespace(const std::string &netns, const Progress &progress)
@@ -183,24 +254,6 @@ struct SwitchLinks {
     std::map<int, int> ports; // K of ge0-K -> V of its bridge, 0 outside any
     std::set<int> bridges;    // V of vlanV
 };
-
-const nlohmann::json *member(const nlohmann::json &object, const char *key, nlohmann::json::value_t type)
-{
-    if (!object.is_object())
-        return nullptr;
-    auto it = object.find(key);
-    if (it == object.end() || it->type() != type)
-        return nullptr;
-    return &*it;
-}
-
-Result<nlohmann::json> parse_json(const std::string &what, const std::string &text)
-{
-    nlohmann::json parsed = nlohmann::json::parse(text, nullptr, false);
-    if (parsed.is_discarded() || !parsed.is_array())
-        return Error{what + ": ip's JSON output cannot be read"};
-    return parsed;
-}
 
 Result<SwitchLinks> read_switch_links(const std::string &sw)
 {
@@ -269,21 +322,6 @@ Result<std::map<int, std::vector<std::string>>> read_bridge_addresses(const std:
     return result;
 }
 
-Status make_bridge(std::string_view name, int vlan, const Progress &progress)
-{
-    const std::string sw = switch_namespace(name);
-    const std::string bridge = bridge_device(vlan);
-    // Multicast snooping off: a VLAN floods the ND multicasts to every port, whatever MLD
-    // reports its hosts have sent yet. The address is the switch's own, on every VLAN.
-    if (Status added = ip_do("cannot add bridge " + bridge, {"-n", sw, "link", "add", bridge, "address", switch_mac(name), "type", "bridge", "mcast_snooping", "0"}); !added)
-        return added;
-    if (Status up = ip_do("cannot bring up bridge " + bridge, {"-n", sw, "link", "set", bridge, "up"}); !up)
-        return up;
-    if (progress)
-        progress("bridge " + bridge);
-    return {};
-}
-
 Status add_port(std::string_view name, int port, const Progress &progress)
 {
     const std::string sw = switch_namespace(name);
@@ -319,24 +357,6 @@ Status check_port(int port)
     if (port < kMinPorts || port > kMaxPorts)
         return Error{"bad port number " + std::to_string(port) + ": use " + std::to_string(kMinPorts) + " to " + std::to_string(kMaxPorts)};
     return {};
-}
-
-Status check_vlan(int vlan)
-{
-    if (vlan < kMinVlan || vlan > kMaxVlan)
-        return Error{"bad VLAN " + std::to_string(vlan) + ": use " + std::to_string(kMinVlan) + " to " + std::to_string(kMaxVlan)};
-    return {};
-}
-
-// The switch namespace of an existing lab.
-Result<std::string> existing_switch(std::string_view name)
-{
-    if (Status valid = check_name(name); !valid)
-        return Error{valid.message()};
-    std::string sw = switch_namespace(name);
-    if (!namespace_exists(sw))
-        return Error{"no lab " + std::string(name) + " (no namespace " + sw + ")"};
-    return sw;
 }
 
 // Removes the lab it guards unless told the lab is complete.
@@ -608,6 +628,8 @@ Result<LabState> inspect(std::string_view name)
     }
     for (auto &[vlan, bridge] : bridges)
         state.bridges.push_back(std::move(bridge));
+    if (Status joins = detail::read_vxlan_state(sw.value(), state); !joins)
+        return Error{joins.message()};
     return state;
 }
 
@@ -628,7 +650,7 @@ std::string format(const LabState &state)
         text += "bridge " + bridge_device(bridge.vlan) + " ports " + (ports.empty() ? "-" : ports) + " addresses " +
                 (addresses.empty() ? "-" : addresses) + "\n";
     }
-    return text;
+    return text + detail::format_vxlan(state);
 }
 
 Result<std::string> namespace_of(std::string_view name, std::string_view where)

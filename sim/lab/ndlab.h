@@ -4,8 +4,9 @@
 // made on demand), and N host namespaces "ndlab-NAME-hK" (K = 1..N), each joined to the switch
 // by a veth pair: "ge0-K" in the switch (the emulated port gigabitethernet0/K, an access port of
 // one VLAN's bridge) and "eth0" in the host. The kernel forwards; this library only builds,
-// rewires and removes. It drives iproute2 as a child process (never through a shell) and
-// reports every failure as a value: nothing here throws. Any thread may call it: between fork
+// rewires and removes. Two labs' switches may be joined by the kernel's VXLAN device
+// (vxlan_join). It drives iproute2 as a child process (never through a shell) and reports every
+// failure as a value: nothing here throws. Any thread may call it: between fork
 // and exec its children make only async-signal-safe calls, and it keeps no state of its own.
 #ifndef NDLAB_H
 #define NDLAB_H
@@ -13,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -27,6 +29,10 @@ inline constexpr int kMaxPorts = 64;
 inline constexpr int kMinVlan = 1;
 inline constexpr int kMaxVlan = 4094;
 inline constexpr int kDefaultVlan = 1;
+inline constexpr uint32_t kMinVni = 1;
+inline constexpr uint32_t kMaxVni = 16777215;
+// The UDP port of VXLAN (IANA's), on which every VXLAN device of a lab sends and listens.
+inline constexpr int kVxlanPort = 4789;
 
 // What went wrong, in words fit for an operator (no "ndlab: " prefix).
 struct Error {
@@ -78,6 +84,10 @@ std::string bridge_device(int vlan);                         // vlanV
 // locally administered, made from the lab's name, the same for the lab's whole life.
 std::string switch_mac(std::string_view name);
 inline constexpr const char *kHostDevice = "eth0";
+// The switch's end of the underlay that joins it to another lab's switch (a veth pair whose
+// ends have this name in both switches).
+inline constexpr const char *kUnderlayDevice = "ul0";
+std::string vxlan_device(uint32_t vni); // vxVNI
 
 // The namespaces that belong to lab NAME (its switch and hosts, also what a crashed create left
 // behind), sorted. Namespaces of another lab whose name merely starts with NAME- are not among
@@ -121,10 +131,23 @@ struct BridgeState {
     std::vector<int> ports;             // ascending
     std::vector<std::string> addresses; // IPv6 "ADDR/LEN", ascending by address
 };
+struct UnderlayState {
+    std::string address; // its IPv4 "ADDR/LEN"; empty without one
+    std::string peer;    // the switch namespace at its other end; empty when not known
+};
+struct VxlanState {
+    std::string device; // vxVNI
+    uint32_t vni = 0;
+    int vlan = 0;       // V of the bridge it is in; 0 when in none
+    std::string remote; // the underlay address it sends to; empty without one
+    std::string peer;   // the switch namespace of the lab it joins; empty when that is gone
+};
 struct LabState {
     std::string name;
-    std::vector<PortState> ports;     // ascending by port
-    std::vector<BridgeState> bridges; // ascending by VLAN
+    std::vector<PortState> ports;          // ascending by port
+    std::vector<BridgeState> bridges;      // ascending by VLAN
+    std::optional<UnderlayState> underlay; // when the switch has one
+    std::vector<VxlanState> vxlans;        // ascending by VNI
 };
 Result<LabState> inspect(std::string_view name);
 
@@ -132,7 +155,27 @@ Result<LabState> inspect(std::string_view name);
 //   lab NAME switch ndlab-NAME-sw ports N bridges M
 //   port ge0-K vlan V host ndlab-NAME-hK        ("vlan -" outside any bridge, "host -" without one)
 //   bridge vlanV ports ge0-1,ge0-3 addresses A/L B/L   ("ports -", "addresses -" when none)
+//   underlay ul0 address 192.0.2.1/24 peer ndlab-B-sw   (when there is one; "-" for what is not known)
+//   vxlan vx100 vni 100 bridge vlan10 remote 192.0.2.2 peer ndlab-B-sw   ("-" for what is missing)
 std::string format(const LabState &state);
+
+// Joins VLAN vlanA of lab A and VLAN vlanB of lab B into one layer-2 segment through the
+// kernel's VXLAN device: a device vxVNI in each switch, in that VLAN's bridge (made when new),
+// sending VNI `vni` over UDP 4789 to the other switch. The kernel encapsulates, floods and
+// learns (each device's forwarding database learns the MACs behind the other end); nothing in
+// user space forwards. The first VNI of a pair of labs also makes their underlay: a veth pair
+// ul0 <-> ul0 between the two switches, IPv4 only, 192.0.2.1/24 in the lab whose name sorts
+// first and 192.0.2.2/24 in the other. A lab is joined to one other lab at a time, and a VNI
+// that either lab already has is refused, not joined again. On failure, removes what it made.
+Status vxlan_join(std::string_view a, std::string_view b, uint32_t vni, int vlanA, int vlanB,
+                  const Progress &progress = {});
+// Removes the vxVNI devices that join labs A and B, and their underlay with the last of them.
+// When one of the two labs no longer exists, the other's leftover device is still removed (a
+// deleted lab takes its end of the underlay, and the other's, but not the other's devices);
+// when neither exists, the error is the first one's "no lab".
+Status vxlan_leave(std::string_view a, std::string_view b, uint32_t vni, const Progress &progress = {});
+// Whether `vni` is a VXLAN network identifier (1..16777215); why not, when it is not.
+Status check_vni(uint32_t vni);
 
 // Where a command may run: "sw" (the switch) or "hK" (host K).
 Result<std::string> namespace_of(std::string_view name, std::string_view where);

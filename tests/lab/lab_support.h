@@ -4,6 +4,8 @@
 #ifndef LAB_SUPPORT_H
 #define LAB_SUPPORT_H
 
+#include <array>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -59,6 +61,31 @@ std::string link_local(const std::string &netns, const std::string &device);
 bool wait_addresses_settled(const std::string &netns, const std::string &device, double seconds = 5);
 // Joins lines, each with its "\n".
 std::string lines(const std::vector<std::string> &each);
+
+// Counts the ICMPv6 neighbour solicitations for one target address that cross `device` of
+// `netns`, in either direction, from the moment it is made: bare (on a bridge port such as a
+// VXLAN device) and carried in VXLAN, UDP port 4789, with VNI `vni` (on the underlay). A packet
+// socket bound to the device queues what it sees; seen() reads the queue without waiting, so
+// that what a finished ping sent is all there.
+class NsCounter {
+public:
+    NsCounter(const std::string &netns, const std::string &device, const std::string &target, uint32_t vni = 0);
+    ~NsCounter();
+    NsCounter(const NsCounter &) = delete;
+    NsCounter &operator=(const NsCounter &) = delete;
+    struct Seen {
+        int bare = 0;
+        int tunnelled = 0;
+    };
+    // What crossed since the last call (or since the counter was made). Fails the test when the
+    // socket could not be opened.
+    Seen seen();
+
+private:
+    int fd_ = -1;
+    std::array<unsigned char, 16> target_{};
+    uint32_t vni_ = 0;
+};
 
 // A test that owns a lab named after its scratch directory. The lab is removed when the test
 // ends, however it ends; the test fails at once on a machine that cannot run labs.
