@@ -1,7 +1,7 @@
 // ND snooping on the wire: a lab of two real hosts around a service that snoops on it. How
-// fast the service learns a flood of claims, and how long a host's own duplicate address
-// detection takes to become its listed binding. Needs root and network namespaces; without
-// them the notes say why.
+// fast the service learns a flood of claims and checks a flood of solicitations, and how long a
+// host's own duplicate address detection takes to become its listed binding. Needs root and
+// network namespaces; without them the notes say why.
 #include <unistd.h>
 
 #include <algorithm>
@@ -89,6 +89,62 @@ ndlab::FrameMaker claims(const std::array<uint8_t, 6> &mac)
     };
 }
 
+// Neighbor solicitations from 2001:db8:e::/64, an unbound source, each for another target.
+ndlab::FrameMaker unboundSolicitations(const std::array<uint8_t, 6> &mac)
+{
+    return [mac](size_t index, uint8_t *buf, size_t capacity) {
+        ndsvc::packet::FrameAddress addr;
+        addr.eth_src = mac;
+        addr.src = {0x20, 0x01, 0x0d, 0xb8, 0, 0x0e, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1};
+        ndsvc::packet::Ip6 target = {0x20, 0x01, 0x0d, 0xb8, 0, 0x0e};
+        uint32_t n = static_cast<uint32_t>(index) + 2;
+        memcpy(target.data() + 12, &n, sizeof n);
+        addr.dst = ndsvc::packet::solicited_node(target);
+        addr.eth_dst = ndsvc::packet::multicast_mac(addr.dst);
+        return ndsvc::packet::build_ns(addr, target, &mac, buf, capacity);
+    };
+}
+
+// A counter ("name: value") of a show command's output; -1 when it cannot be read.
+long shownCounter(const Binaries &bin, const std::string &stateDir, const std::string &show, const std::string &name)
+{
+    std::string out, why;
+    if (!ask(bin, stateDir, show + "\n", out, why))
+        return -1;
+    size_t at = out.find(name + ":");
+    return at == std::string::npos ? -1 : strtol(out.c_str() + at + name.size() + 1, nullptr, 10);
+}
+
+// A flood of solicitations that snooping refuses: how fast the kernel drops them (its counter)
+// and the service reads and judges them (the fast-response count of NS read).
+void measureChecks(Bench &bench, const std::string &name, const std::string &dir, const Binaries &bin, size_t count)
+{
+    const std::string statistics = "show nd snooping statistics", fast = "show nd fast-response statistics";
+    long dropped = shownCounter(bin, dir, statistics, "nsPacketDrop");
+    long read = shownCounter(bin, dir, fast, "rxNsCount");
+    Clock::time_point t0 = Clock::now();
+    ndlab::Result<size_t> sent = ndlab::send_frames(name, 2, count, unboundSolicitations({0x02, 0, 0, 0, 0x02, 0x03}));
+    long target = static_cast<long>(sent ? sent.value() : 0);
+    long nowDropped = -1, nowRead = -1;
+    Clock::time_point allRead = t0;
+    while (sinceMs(t0) < 10000) {
+        nowDropped = shownCounter(bin, dir, statistics, "nsPacketDrop") - dropped;
+        nowRead = shownCounter(bin, dir, fast, "rxNsCount") - read;
+        allRead = Clock::now();
+        if (nowRead >= target && nowDropped >= target)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(kPollMs));
+    }
+    double ms = std::chrono::duration<double, std::milli>(allRead - t0).count();
+    bench.notes.push_back("wire: " + withThousands(static_cast<uint64_t>(target)) +
+                          " NS from an unbound source sent from one host; the kernel dropped " +
+                          withThousands(static_cast<uint64_t>(std::max(nowDropped, 0L))) + " (nsPacketDrop), the service read " +
+                          withThousands(static_cast<uint64_t>(std::max(nowRead, 0L))) + " (rxNsCount), all within " +
+                          figure(ms) + " ms of the first: " +
+                          withThousands(static_cast<uint64_t>(static_cast<double>(std::max(nowRead, 0L)) * 1000 / ms)) +
+                          " checks a second (at most the polling interval late)");
+}
+
 std::string labName(const RunDir &runDir)
 {
     std::string name = "b" + runDir.path().substr(runDir.path().rfind('.') + 1);
@@ -149,6 +205,7 @@ void measureWire(Bench &bench, RunDir &runDir, const Binaries &bin)
                           " listed, the last " + figure(ms) + " ms after the first was sent: " +
                           withThousands(static_cast<uint64_t>(static_cast<double>(learned) * 1000 / learning)) +
                           " claims learned a second (the 1 s detection time taken off)");
+    measureChecks(bench, name, dir, bin, claimCount);
 }
 
 } // namespace ndbench
