@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdio>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,26 @@ bool nft_change_commands(const std::vector<Item> &added, const std::vector<Item>
                 commands += command("delete", item);
         }
     return true;
+}
+
+// Makes a set of the kernel equal to `want`, given what it holds (`installed`, updated): one
+// transaction through `change(added, removed, error)`; a refusal is told on standard error as
+// "ndsvc: WHO: cannot change the kernel's WHAT".
+template <typename Item, typename Change>
+void nft_sync_set(std::set<Item> &installed, const std::set<Item> &want, Change change, const char *who,
+                  const char *what)
+{
+    std::vector<Item> added, removed;
+    for (const Item &i : installed)
+        if (!want.count(i))
+            removed.push_back(i);
+    for (const Item &i : want)
+        if (!installed.count(i))
+            added.push_back(i);
+    std::string error;
+    if (!change(added, removed, error))
+        fprintf(stderr, "ndsvc: %s: cannot change the kernel's %s: %s\n", who, what, error.c_str());
+    installed = want;
 }
 
 } // namespace ndsvc

@@ -315,16 +315,10 @@ void SnoopWire::syncBindingsLocked()
         }
     if (!rules_.change_bindings(added, removed, error))
         fprintf(stderr, "ndsvc: snooping: cannot change the kernel's bindings: %s\n", error.c_str());
-    std::vector<SnoopHost> hostsAdded, hostsRemoved;
-    for (const auto &h : installedHosts_)
-        if (!wantHosts.count(h))
-            hostsRemoved.push_back(h);
-    for (const auto &h : wantHosts)
-        if (!installedHosts_.count(h))
-            hostsAdded.push_back(h);
-    if (!rules_.change_hosts(hostsAdded, hostsRemoved, error))
-        fprintf(stderr, "ndsvc: snooping: cannot change the kernel's hosts: %s\n", error.c_str());
-    installedHosts_ = wantHosts;
+    nft_sync_set(
+        installedHosts_, wantHosts,
+        [&](auto &added, auto &removed, std::string &why) { return rules_.change_hosts(added, removed, why); },
+        "snooping", "hosts");
 }
 
 // ---- ports and packets ----------------------------------------------------------------------

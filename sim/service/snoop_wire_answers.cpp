@@ -189,23 +189,6 @@ void SnoopWire::applyAnswersLocked()
     syncRoutesLocked();
 }
 
-// Makes a set of the kernel equal to `want`, given what it holds (`installed`, updated).
-template <typename Item, typename Change>
-void syncSet(std::set<Item> &installed, const std::set<Item> &want, Change change, const char *what)
-{
-    std::vector<Item> added, removed;
-    for (const Item &i : installed)
-        if (!want.count(i))
-            removed.push_back(i);
-    for (const Item &i : want)
-        if (!installed.count(i))
-            added.push_back(i);
-    std::string error;
-    if (!change(added, removed, error))
-        fprintf(stderr, "ndsvc: answers: cannot change the kernel's %s: %s\n", what, error.c_str());
-    installed = want;
-}
-
 // Fast response answers an NS for a bound host that enters another port of the host's VLAN;
 // proxy anyway answers every one on its VLAN's ports.
 void SnoopWire::syncAnsweredLocked()
@@ -223,18 +206,18 @@ void SnoopWire::syncAnsweredLocked()
                 if (e.vlan == port.vlan && e.port != device)
                     answered.insert({device, e.address});
     }
-    syncSet(
+    nft_sync_set(
         installedAnswered_, answered,
         [&](auto &added, auto &removed, std::string &error) {
             return answerRules_.change_answered(added, removed, error);
         },
-        "answered targets");
-    syncSet(
+        "answers", "answered targets");
+    nft_sync_set(
         installedAnyway_, anyway,
         [&](auto &added, auto &removed, std::string &error) {
             return answerRules_.change_anyway(added, removed, error);
         },
-        "proxy-anyway ports");
+        "answers", "proxy-anyway ports");
 }
 
 // The switch reaches a host of a local-proxy sub-VLAN through that VLAN's interface.
