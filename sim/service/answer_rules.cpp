@@ -31,7 +31,7 @@ std::string AnswerRules::ruleset()
            "  }\n"
            "  chain output {\n"
            "    type filter hook output priority 0; policy accept;\n"
-           "    icmpv6 type nd-redirect oifname @anyway drop\n"
+           "    icmpv6 type nd-redirect oifname @anyway counter drop\n"
            "  }\n"
            "}\n";
 }

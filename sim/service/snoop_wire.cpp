@@ -390,7 +390,8 @@ void SnoopWire::run()
         fds.push_back({wake_, POLLIN, 0});
         fds.push_back({linkEvents_, POLLIN, 0});
         int ready = poll(fds.data(), fds.size(), static_cast<int>(kTick.count()));
-        // A port that moved to another VLAN is seen before the frames it sends from there.
+        // A port that moved to another VLAN is seen before the frames it sends from there, and an
+        // interface's address as soon as it can be used.
         if (ready > 0 && (fds.back().revents & POLLIN)) {
             wire_link_events_drain(linkEvents_);
             std::lock_guard<std::mutex> hold(mutex_);

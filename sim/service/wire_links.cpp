@@ -174,7 +174,7 @@ int wire_link_events(std::string &error)
     int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE);
     sockaddr_nl groups{};
     groups.nl_family = AF_NETLINK;
-    groups.nl_groups = RTMGRP_LINK;
+    groups.nl_groups = RTMGRP_LINK | RTMGRP_IPV6_IFADDR;
     if (fd < 0 || bind(fd, reinterpret_cast<sockaddr *>(&groups), sizeof groups) != 0) {
         error = std::string("no netlink socket for the devices' news: ") + strerror(errno);
         if (fd >= 0)

@@ -22,7 +22,8 @@ struct WireLink {
 // Every device, as rtnetlink lists it; false with the reason when the kernel cannot be asked.
 bool wire_links(std::vector<WireLink> &links, std::string &error);
 
-// A socket that becomes readable when a device changes (a port moved to another bridge, say);
+// A socket that becomes readable when a device or its IPv6 addresses change (a port moved to
+// another bridge, a bridge's link-local address that became usable);
 // -1 with the reason. Its news is read and dropped by wire_link_events_drain.
 int wire_link_events(std::string &error);
 void wire_link_events_drain(int fd);

@@ -26,6 +26,12 @@ bool ping(const WireSwitch &sw, int k, const std::string &address)
     return status == 0;
 }
 
+// Waits until host K's addresses have all passed their duplicate address detection.
+bool settled(const WireSwitch &sw, int k)
+{
+    return within(4s, [&] { return sw.host(k, {"ip", "-6", "addr", "show", "dev", "eth0", "tentative"}).empty(); });
+}
+
 // Hosts 1..3 of VLAN 1 with their addresses bound by their own detection.
 void bindThreeHosts(const WireSwitch &sw)
 {
@@ -69,7 +75,7 @@ TEST(WireAnswers, AnUnknownTargetAndFastResponseOffAreSolicitedAsUsual)
     // Host 3's port is trusted from now on: its next address is not learned, so not known.
     ASSERT_EQ(sw.ndsh("configure terminal; interface gigabitethernet 0/3; nd snooping trust; end"), "");
     ASSERT_TRUE(sw.add_address(3, "2001:db8:1::33/64"));
-    std::this_thread::sleep_for(1500ms);
+    ASSERT_TRUE(settled(sw, 3));
     long unanswered = sw.fast_counter("rxNsNoNapr");
     {
         NsWatch target(sw, 3, "2001:db8:1::33");
@@ -99,9 +105,10 @@ void twoSubnets(const WireSwitch &sw)
               "");
     ASSERT_TRUE(sw.add_address(1, "2001:db8:a::10/64"));
     ASSERT_TRUE(sw.add_address(2, "2001:db8:b::20/64"));
-    for (int k = 1; k <= 2; ++k)
+    for (int k = 1; k <= 2; ++k) {
         sw.host(k, {"ip", "-6", "route", "add", "2001:db8::/32", "dev", "eth0"});
-    std::this_thread::sleep_for(1500ms);
+        ASSERT_TRUE(settled(sw, k));
+    }
 }
 
 TEST(WireAnswers, ProxyOnAVlanInterfaceJoinsTwoSubnetsThroughTheSwitch)
@@ -138,7 +145,7 @@ TEST(WireAnswers, ProxyAnywayAnswersOnTheSameSegmentAndOffRestoresPlainNd)
               "");
     ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
     ASSERT_TRUE(sw.add_address(2, "2001:db8:1::2/64"));
-    std::this_thread::sleep_for(1500ms);
+    ASSERT_TRUE(settled(sw, 1) && settled(sw, 2));
     std::string switchMac = ndlab::switch_mac(sw.lab());
     {
         // The switch resolves host 2 for itself when it routes to it: only host 1's NS counts.
@@ -170,7 +177,7 @@ TEST(WireAnswers, LocalProxyJoinsTwoSubVlansOfASuperVlan)
               "");
     ASSERT_TRUE(sw.add_address(1, "2001:db8:64::10/64"));
     ASSERT_TRUE(sw.add_address(2, "2001:db8:64::20/64"));
-    std::this_thread::sleep_for(1500ms);
+    ASSERT_TRUE(settled(sw, 1) && settled(sw, 2));
     EXPECT_FALSE(ping(sw, 1, "2001:db8:64::20")) << "sub-VLANs are apart without local proxy";
     sw.flush_neighbours(1);
     ASSERT_EQ(sw.ndsh("configure terminal; super-vlan 100; nd local-proxy enable; end"), "");
@@ -201,7 +208,7 @@ TEST(WireAnswers, AProxyAddressRangeIsAnsweredWithTheSwitchsMacAfterADelay)
     ASSERT_TRUE(sw.ready()) << sw.why();
     ASSERT_EQ(sw.ndsh("configure terminal; interface vlan 1; ipv6 address 2001:db8:1::ff/64; end"), "");
     ASSERT_TRUE(sw.add_address(1, "2001:db8:1::1/64"));
-    std::this_thread::sleep_for(1500ms);
+    ASSERT_TRUE(settled(sw, 1));
     // The ping goes nowhere (no host has the address); host 1's kernel took the switch's answer.
     ping(sw, 1, "2001:db8:1::150");
     std::string switchMac = ndlab::switch_mac(sw.lab());
