@@ -1,7 +1,8 @@
 // The kernel's half of the switch's answers: an nftables table of the bridge family, owned by
 // the service, that keeps from flooding the neighbor solicitations the service answers itself
 // (for a bound host, and every one on a VLAN whose interface proxies anyway), and the switch's
-// redirects on such a VLAN, which would send its hosts around the proxy.
+// redirects on such a VLAN, which would send its hosts around the proxy; and the solicitations
+// that VXLAN suppression keeps out of a tunnel (`missmatch discard`).
 //
 // It hooks in after the snooping table: what snooping drops never gets here.
 #ifndef NDSVC_ANSWER_RULES_H
@@ -35,9 +36,15 @@ public:
     bool change_anyway(const std::vector<std::string> &added, const std::vector<std::string> &removed,
                        std::string &error);
 
+    // The VXLAN devices that no NS goes into but a host's own detection.
+    bool change_discard(const std::vector<std::string> &added, const std::vector<std::string> &removed,
+                        std::string &error);
+
     static std::string ruleset();
 
 private:
+    bool changePorts(const char *set, const std::vector<std::string> &added, const std::vector<std::string> &removed,
+                     std::string &error);
     NftSession nft_;
 };
 

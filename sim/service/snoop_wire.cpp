@@ -27,6 +27,7 @@ constexpr const char *kDevicePrefix = "ge0-";
 constexpr const char *kPortPrefix = "gigabitethernet0/";
 constexpr const char *kShortPortPrefix = "ge0/";
 constexpr const char *kBridgePrefix = "vlan";
+constexpr const char *kTunnelPrefix = "vx"; // a VXLAN device "vxN" of instance N, in a VLAN's bridge
 constexpr auto kTick = std::chrono::milliseconds(100);
 constexpr auto kPortsEvery = std::chrono::milliseconds(500);
 constexpr uint32_t kAttackLinesPerSecond = 10;
@@ -341,6 +342,7 @@ void SnoopWire::refreshPorts()
     std::map<int, Address6> linkLocals;
     wire_link_locals(linkLocals, error);
     bridges_.clear();
+    tunnels_.clear();
     for (const WireLink &l : links) {
         if (l.name.rfind(kBridgePrefix, 0) == 0 && l.masterIndex == 0) {
             Bridge &b = bridges_[static_cast<uint16_t>(atoi(l.name.c_str() + strlen(kBridgePrefix)))];
@@ -351,6 +353,9 @@ void SnoopWire::refreshPorts()
             if (b.hasAddress)
                 b.linkLocal = linkLocal->second;
         }
+        if (l.name.rfind(kTunnelPrefix, 0) == 0 && l.master.rfind(kBridgePrefix, 0) == 0)
+            tunnels_[static_cast<uint16_t>(atoi(l.master.c_str() + strlen(kBridgePrefix)))] = {
+                static_cast<uint32_t>(strtoul(l.name.c_str() + strlen(kTunnelPrefix), nullptr, 10)), l.name};
         if (l.name.rfind(kDevicePrefix, 0) != 0)
             continue;
         Port p;
@@ -565,11 +570,13 @@ void SnoopWire::tick(SnoopClock::time_point now)
         changed = changed || !expired.empty();
     }
     answersTickLocked(now);
-    // Hosts heard since the last tick, or forgotten now, change the routes.
-    if (changed)
+    // Hosts heard since the last tick, or forgotten now, change the routes; the suppression
+    // table's changes are handed to the kernel once a tick.
+    if (changed || suppressionChanged_)
         applyLocked();
     else
         syncRoutesLocked();
+    suppressionChanged_ = false;
 }
 
 // A duplicate address detection NS for the bound address, sent to the host's own MAC on its

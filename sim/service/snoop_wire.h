@@ -86,6 +86,13 @@ public:
     // VLANs come from `sub_vlans`, read again with the ports (the shells keep the membership).
     void configure_answers(const AnswerConfig &config);
     using SubVlanReader = std::function<std::map<uint16_t, uint16_t>()>;
+    // Changes of the VXLAN suppression table: (instance, address), MAC, added or removed.
+    struct SuppressionChange {
+        NdAnswers::SuppressionKey key;
+        Mac48 mac{};
+        bool add = true;
+    };
+    void suppression_hosts(const std::vector<SuppressionChange> &changes);
     void read_sub_vlans_with(SubVlanReader reader);
 
     // The learned (valid) bindings, and forgetting them (all VLANs for 0).
@@ -154,6 +161,8 @@ private:
     SnoopRules rules_;
     std::map<std::string, Port> ports_;
     std::map<uint16_t, Bridge> bridges_;
+    std::map<uint16_t, std::pair<uint32_t, std::string>> tunnels_; // VLAN: its VXLAN instance and device
+    bool suppressionChanged_ = false;
     NdAnswers answers_;
     AnswerConfig answerConfig_;                  // as configured, without the sub-VLANs
     std::map<uint16_t, uint16_t> subVlanSupers_; // as the shells keep them
@@ -163,6 +172,7 @@ private:
     bool answersInstalled_ = false;
     std::set<AnsweredTarget> installedAnswered_;
     std::set<std::string> installedAnyway_;
+    std::set<std::string> installedDiscard_;
     std::map<Address6, int> installedRoutes_; // host routes: address, bridge index
     struct Announced {
         uint32_t valid = 0, preferred = 0; // as announced

@@ -13,6 +13,14 @@
 
 namespace ndsvc {
 
+namespace {
+
+// The kernel's set of answered (port, target) holds at most this many: beyond, the service
+// still answers but the solicitations are flooded too.
+constexpr size_t kAnsweredCeiling = 65536;
+
+} // namespace
+
 // The switch as NdAnswers sees it, under the wire's lock.
 class SnoopWire::Switch : public AnswerWorld {
 public:
@@ -22,6 +30,11 @@ public:
     {
         const SnoopBindingEntry *b = wire_.table_.find(address, vlan);
         return b && b->state != SnoopBindingEntry::State::Tentative ? b : nullptr;
+    }
+    uint32_t vxlan_of(uint16_t vlan) const override
+    {
+        auto it = wire_.tunnels_.find(vlan);
+        return it == wire_.tunnels_.end() ? 0 : it->second.first;
     }
     bool routed(const Address6 &address, uint16_t &vlan) const override
     {
@@ -121,6 +134,14 @@ void SnoopWire::answerConfigLocked()
     applyAnswersLocked();
 }
 
+void SnoopWire::suppression_hosts(const std::vector<SuppressionChange> &changes)
+{
+    std::lock_guard<std::mutex> hold(mutex_);
+    for (const SuppressionChange &c : changes)
+        answers_.suppression_host(c.key, c.mac, c.add);
+    suppressionChanged_ = suppressionChanged_ || !changes.empty();
+}
+
 std::array<uint32_t, kFastStatisticCount> SnoopWire::fast_statistics()
 {
     std::lock_guard<std::mutex> hold(mutex_);
@@ -169,15 +190,19 @@ AnswerWorld::Sent SnoopWire::sendLocked(const std::string &device, const Mac48 &
 void SnoopWire::applyAnswersLocked()
 {
     const AnswerConfig &c = answers_.config();
+    bool suppressing = false;
+    for (const auto &[vlan, tunnel] : tunnels_)
+        suppressing = suppressing || c.suppression.count(tunnel.first);
     bool wanted = (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Valid).empty()) ||
                   (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Static).empty()) ||
-                  !c.anywayVlans.empty();
+                  !c.anywayVlans.empty() || suppressing;
     std::string error;
     if (!wanted) {
         if (answersInstalled_ && answerRules_.remove(error))
             answersInstalled_ = false;
         installedAnswered_.clear();
         installedAnyway_.clear();
+        installedDiscard_.clear();
     } else if (!answersInstalled_) {
         if (answerRules_.install(error))
             answersInstalled_ = true;
@@ -206,6 +231,21 @@ void SnoopWire::syncAnsweredLocked()
                 if (e.vlan == port.vlan && e.port != device)
                     answered.insert({device, e.address});
     }
+    // The remote hosts of a suppressing instance are answered on every port of its VLAN; what
+    // it does not know stays out of the tunnel with `missmatch discard`.
+    std::set<std::string> discard;
+    for (const auto &[vlan, tunnel] : tunnels_) {
+        auto s = c.suppression.find(tunnel.first);
+        if (s == c.suppression.end())
+            continue;
+        if (s->second)
+            discard.insert(tunnel.second);
+        auto from = answers_.suppression_hosts().lower_bound({tunnel.first, Address6{}});
+        for (auto h = from; h != answers_.suppression_hosts().end() && h->first.first == tunnel.first; ++h)
+            for (const auto &[device, port] : ports_)
+                if (port.vlan == vlan && answered.size() < kAnsweredCeiling)
+                    answered.insert({device, h->first.second});
+    }
     nft_sync_set(
         installedAnswered_, answered,
         [&](auto &added, auto &removed, std::string &error) {
@@ -218,6 +258,12 @@ void SnoopWire::syncAnsweredLocked()
             return answerRules_.change_anyway(added, removed, error);
         },
         "answers", "proxy-anyway ports");
+    nft_sync_set(
+        installedDiscard_, discard,
+        [&](auto &added, auto &removed, std::string &error) {
+            return answerRules_.change_discard(added, removed, error);
+        },
+        "answers", "tunnels kept from solicitations");
 }
 
 // The switch reaches a host of a local-proxy sub-VLAN through that VLAN's interface.

@@ -2,6 +2,7 @@
 // remote neighbour tables kept in memory and answered page by page.
 #include <optional>
 
+#include "snoop_wire.h"
 #include "svc_items.h"
 #include "svc_store.h"
 
@@ -206,12 +207,15 @@ CmfResponse NdService::inject(const CmfRequest &r)
     if (!records || records->bytes.size() % size != 0)
         return status(ND_ERR_OPERATION_FAILED);
     std::lock_guard<std::mutex> hold(stateMutex_);
+    std::vector<SnoopWire::SuppressionChange> changes;
     for (size_t at = 0; at < records->bytes.size(); at += size) {
         const uint8_t *p = records->bytes.data() + at;
         VxlanKey key;
         if (suppression) {
             SuppressionHost h;
             read_suppression(p, key, h);
+            if (wire_)
+                changes.push_back({key, h.mac, add});
             if (add)
                 suppression_[key] = std::move(h);
             else
@@ -226,6 +230,9 @@ CmfResponse NdService::inject(const CmfRequest &r)
         else
             remoteNbrs_.erase({type, key});
     }
+    // The wire answers for the remote hosts of the suppression table.
+    if (wire_ && !changes.empty())
+        wire_->suppression_hosts(changes);
     return ok();
 }
 

@@ -5,6 +5,7 @@
 #include "svc_items.h"
 #include "svc_store.h"
 
+#include <cstdio>
 #include <cstring>
 
 namespace ndsvc {
@@ -77,6 +78,13 @@ AnswerConfig answer_config(EcStore &ec, const std::vector<ProxyAddress> &ranges)
     }
     for (const ProxyAddress &p : ranges)
         c.proxyRanges.push_back(AnswerConfig::Range{p.begin, p.end});
+    for (const std::string &key : ec.keys(ndwire::kTypeVxlan)) {
+        unsigned id = 0;
+        VxlanSettings settings;
+        if (sscanf(key.c_str(), "vxlan %u", &id) == 1 && vxlan_settings_of(ec.read(key), id, settings) &&
+            (settings.flags & ndwire::vxlancfg::kFlagSuppression))
+            c.suppression[id] = (settings.flags & ndwire::vxlancfg::kFlagMissDiscard) != 0;
+    }
     return c;
 }
 
@@ -96,6 +104,13 @@ UserBind listed(const SnoopBindingEntry &e)
 void NdService::wire_attach(SnoopWire *wire)
 {
     wire_ = wire;
+    std::vector<SnoopWire::SuppressionChange> hosts;
+    {
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        for (const auto &[key, host] : suppression_)
+            hosts.push_back({key, host.mac, true});
+    }
+    wire_->suppression_hosts(hosts);
     wire_sync();
 }
 

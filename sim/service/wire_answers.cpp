@@ -98,9 +98,24 @@ void NdAnswers::solicited(const packet::NdPacket &ns, const std::string &device,
     send(answer, world);
 }
 
+void NdAnswers::suppression_host(const SuppressionKey &key, const Mac48 &mac, bool add)
+{
+    if (add)
+        suppression_[key] = mac;
+    else
+        suppression_.erase(key);
+}
+
 bool NdAnswers::decide(const packet::NdPacket &ns, const std::string &device, uint16_t vlan, AnswerWorld &world,
                        Answer &answer) const
 {
+    if (uint32_t vni = world.vxlan_of(vlan); vni && config_.suppression.count(vni))
+        if (auto host = suppression_.find({vni, ns.target}); host != suppression_.end()) {
+            answer.by = kRxNaprLocal;
+            answer.mac = host->second;
+            answer.onBehalf = true;
+            return true;
+        }
     if (config_.fastResponse)
         if (const SnoopBindingEntry *b = world.binding(ns.target, vlan); b && b->port != device) {
             answer.by = kRxNaprLocal;

@@ -1,5 +1,6 @@
 // The switch's answers to neighbor solicitations on the wire: fast response (an NS for a host
 // the switch has bound is answered on the host's behalf, with the host's MAC, and not flooded),
+// VXLAN suppression (likewise for a remote host of the suppression table, kept out of the tunnel),
 // ND proxy on a VLAN interface (an NS for an address the switch routes elsewhere is answered
 // with the switch's MAC; "anyway" also on the asker's own segment), local proxy between the
 // sub-VLANs of a super VLAN, and the proxy address ranges of the other ND modules. It decides,
@@ -56,6 +57,9 @@ struct AnswerConfig {
         bool operator==(const Range &) const = default;
     };
     std::vector<Range> proxyRanges; // published by the other ND modules
+    // VXLAN instances with ND suppression, and whether a solicitation for a host that the
+    // suppression table does not hold is kept out of the tunnel (`missmatch discard`).
+    std::map<uint32_t, bool> suppression;
     bool operator==(const AnswerConfig &) const = default;
 };
 
@@ -70,6 +74,8 @@ public:
     virtual ~AnswerWorld() = default;
     // The valid or static binding of an address in a VLAN; null when none.
     virtual const SnoopBindingEntry *binding(const Address6 &address, uint16_t vlan) const = 0;
+    // The VXLAN instance whose tunnel joins a VLAN's bridge; 0 for none.
+    virtual uint32_t vxlan_of(uint16_t vlan) const = 0;
     // Whether the switch routes the address, and through which VLAN's interface (0: another
     // device, or the switch's own address).
     virtual bool routed(const Address6 &address, uint16_t &vlan) const = 0;
@@ -110,6 +116,11 @@ public:
     // Sends the delayed answers that are due, and forgets hosts not heard for long.
     void tick(SnoopClock::time_point now, AnswerWorld &world);
 
+    // The remote hosts of the VXLAN suppression table (instance, address): their MACs.
+    using SuppressionKey = std::pair<uint32_t, Address6>;
+    void suppression_host(const SuppressionKey &key, const Mac48 &mac, bool add);
+    const std::map<SuppressionKey, Mac48> &suppression_hosts() const { return suppression_; }
+
     // The hosts of sub-VLANs with local proxy: the switch routes to each through its VLAN.
     std::map<Address6, uint16_t> local_hosts() const;
     // Whether the switch answers an NS for a bound host of `vlan` (fast response).
@@ -145,6 +156,7 @@ private:
     std::map<Address6, Heard> heard_;
     std::vector<Answer> delayed_;
     std::map<Address6, SnoopClock::time_point> sought_;
+    std::map<SuppressionKey, Mac48> suppression_;
     uint32_t random_ = 0x2545f491;
 };
 

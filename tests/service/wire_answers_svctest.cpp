@@ -67,6 +67,8 @@ public:
         auto it = bindings.find({a, vlan});
         return it == bindings.end() ? nullptr : &it->second;
     }
+    // VLAN 50's bridge holds the tunnel of VXLAN instance 5000.
+    uint32_t vxlan_of(uint16_t vlan) const override { return vlan == 50 ? 5000 : 0; }
     bool routed(const Address6 &a, uint16_t &vlan) const override
     {
         auto it = routes.find(a);
@@ -184,6 +186,35 @@ TEST(WireAnswers, FastResponseOffOrAnUnknownTargetOrTheTargetsOwnPortLeavesTheNs
     answers.solicited(solicitation(addr(1, 1), 1, addr(1, 3)), "ge0-1", 10, false, t0, sw);
     EXPECT_TRUE(sw.sent.empty());
     EXPECT_EQ(answers.statistics(), only({{ndsvc::kRxNsNoNapr, 4}}));
+}
+
+TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostOfItsTable)
+{
+    TestSwitch sw;
+    NdAnswers answers;
+    AnswerConfig c;
+    c.fastResponse = false;
+    answers.configure(c);
+    answers.suppression_host({5000, addr(9, 1)}, mac(91), true);
+    answers.suppression_host({5000, addr(9, 2)}, mac(92), true);
+    answers.suppression_host({5000, addr(9, 2)}, mac(92), false);
+    answers.suppression_host({6000, addr(9, 3)}, mac(93), true);
+    // Not while the instance does not suppress.
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
+    c.suppression[5000] = false;
+    answers.configure(c);
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 2)), "ge0-5", 50, false, t0, sw); // removed
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 3)), "ge0-5", 50, false, t0, sw); // another instance
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 10, false, t0, sw); // VLAN without it
+    EXPECT_TRUE(sw.sent.empty());
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
+    NdPacket na = sentAdvertisement(sw, "ge0-5");
+    EXPECT_EQ(na.eth_src, mac(91));
+    EXPECT_EQ(na.src, addr(9, 1));
+    EXPECT_EQ(na.target_lladdr, mac(91));
+    EXPECT_TRUE(na.override_flag);
+    EXPECT_EQ(answers.statistics()[ndsvc::kRxNaprLocal], 1u);
+    EXPECT_EQ(answers.suppression_hosts().size(), 2u);
 }
 
 TEST(WireAnswers, DetectionUnicastAndRefusedSolicitationsAreNotAnswered)

@@ -222,6 +222,77 @@ TEST(WireAnswers, AProxyAddressRangeIsAnsweredWithTheSwitchsMacAfterADelay)
     EXPECT_EQ(sw.fast_counter("rxNaprProxyAddr"), 1);
 }
 
+// Host 1 of this switch and host 1 of a remote switch are one segment (VLAN 10 of each) through
+// the kernel's VXLAN device of instance 100; the suppression table holds the remote host.
+TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel)
+{
+    WireSwitch sw(2);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    std::string remoteName = sw.lab() + "r";
+    ndlab::Result<ndlab::Lab> remote = ndlab::Lab::create(remoteName, 1);
+    ASSERT_TRUE(remote) << remote.message();
+    ASSERT_TRUE(remote.value().set_port_vlan(1, 10));
+    ASSERT_EQ(sw.ndsh("configure terminal; vlan 10; exit; interface gigabitethernet 0/1; switchport access vlan 10; end"),
+              "");
+    ndlab::Status joined = ndlab::vxlan_join(sw.lab(), remoteName, 100, 10, 10);
+    ASSERT_TRUE(joined) << joined.message();
+    std::string remoteHost = ndlab::host_namespace(remoteName, 1), switchSpace = ndlab::switch_namespace(sw.lab());
+    int status = -1;
+    ndtest::run_capture({"ip", "netns", "exec", remoteHost, "ip", "-6", "addr", "add", "2001:db8:100::2/64", "dev",
+                         "eth0"},
+                        status);
+    ASSERT_EQ(status, 0);
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:100::1/64"));
+    ASSERT_TRUE(settled(sw, 1));
+    std::string remoteMac = ndtest::run_capture({"ip", "netns", "exec", remoteHost, "cat", "/sys/class/net/eth0/address"}, status);
+    remoteMac.erase(remoteMac.find_last_not_of('\n') + 1);
+    std::string hex;
+    for (char c : remoteMac)
+        if (c != ':')
+            hex += c;
+    ASSERT_EQ(hex.size(), 12u);
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; ipv6 nd suppression; end"), "");
+    ASSERT_EQ(sw.ndsh("nd mpos suppress 100 7 2001:db8:100::2 192.0.2.2 " + hex.substr(0, 4) + "." + hex.substr(4, 4) +
+                      "." + hex.substr(8, 4) + " 1"),
+              "");
+    std::this_thread::sleep_for(500ms);
+    {
+        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::2", "2001:db8:100::1");
+        ASSERT_TRUE(tunnel.ready());
+        EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
+        EXPECT_EQ(tunnel.stop(), 0) << "the NS went into the tunnel";
+    }
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remoteMac + " ", 0), 0u)
+        << sw.neighbour(1, "2001:db8:100::2");
+    EXPECT_GE(sw.fast_counter("rxNaprLocal"), 1);
+    // A host the table does not hold: solicited through the tunnel, unless mismatches are discarded.
+    ndtest::run_capture({"ip", "netns", "exec", remoteHost, "ip", "-6", "addr", "add", "2001:db8:100::3/64", "dev",
+                         "eth0", "nodad"},
+                        status);
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; ipv6 nd suppression missmatch discard; end"), "");
+    {
+        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::3", "2001:db8:100::1");
+        ASSERT_TRUE(tunnel.ready());
+        EXPECT_FALSE(ping(sw, 1, "2001:db8:100::3"));
+        EXPECT_EQ(tunnel.stop(), 0) << "missmatch discard let the NS into the tunnel";
+    }
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression missmatch discard; end"), "");
+    sw.flush_neighbours(1);
+    {
+        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::3", "2001:db8:100::1");
+        ASSERT_TRUE(tunnel.ready());
+        EXPECT_TRUE(ping(sw, 1, "2001:db8:100::3"));
+        EXPECT_GE(tunnel.stop(), 1);
+    }
+    // Switched off, the remote host is solicited through the tunnel again.
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression; end"), "");
+    sw.flush_neighbours(1);
+    NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::2", "2001:db8:100::1");
+    ASSERT_TRUE(tunnel.ready());
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
+    EXPECT_GE(tunnel.stop(), 1);
+}
+
 TEST(WireAnswers, MalformedSolicitationsAreCountedAndNotAnswered)
 {
     WireSwitch sw(3);

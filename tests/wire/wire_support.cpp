@@ -165,7 +165,13 @@ void WireSwitch::flush_neighbours(int k) const
 }
 
 NsWatch::NsWatch(const WireSwitch &sw, int k, const std::string &target, const std::string &from)
-    : namespace_(ndlab::host_namespace(sw.lab(), k)), anySource_(from.empty())
+    : NsWatch(ndlab::host_namespace(sw.lab(), k), ndlab::kHostDevice, target, from)
+{
+}
+
+NsWatch::NsWatch(const std::string &netns, const std::string &device, const std::string &target,
+                 const std::string &from)
+    : namespace_(netns), device_(device), anySource_(from.empty())
 {
     inet_pton(AF_INET6, target.c_str(), target_.data());
     if (!from.empty())
@@ -199,13 +205,14 @@ void NsWatch::watch()
         return;
     }
     close(ns);
-    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_IPV6));
+    // Every protocol: only such a socket also sees the frames that a device sends.
+    int fd = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, htons(ETH_P_ALL));
     if (fd < 0)
         return;
     sockaddr_ll at{};
     at.sll_family = AF_PACKET;
-    at.sll_protocol = htons(ETH_P_IPV6);
-    at.sll_ifindex = static_cast<int>(if_nametoindex(ndlab::kHostDevice));
+    at.sll_protocol = htons(ETH_P_ALL);
+    at.sll_ifindex = static_cast<int>(if_nametoindex(device_.c_str()));
     timeval wait{0, 100000};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
     if (bind(fd, reinterpret_cast<sockaddr *>(&at), sizeof at) == 0)

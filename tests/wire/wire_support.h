@@ -66,6 +66,9 @@ private:
 class NsWatch {
 public:
     NsWatch(const WireSwitch &sw, int k, const std::string &target, const std::string &from = "");
+    // On any device of any namespace (a switch's VXLAN device, say).
+    NsWatch(const std::string &netns, const std::string &device, const std::string &target,
+            const std::string &from = "");
     ~NsWatch();
     NsWatch(const NsWatch &) = delete;
     NsWatch &operator=(const NsWatch &) = delete;
@@ -74,7 +77,7 @@ public:
     int stop();
 
 private:
-    std::string namespace_;
+    std::string namespace_, device_ = ndlab::kHostDevice;
     std::array<uint8_t, 16> target_{}, from_{};
     bool anySource_ = true;
     std::atomic<bool> stop_{false}, ready_{false};
