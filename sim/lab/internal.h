@@ -14,6 +14,14 @@
 
 namespace ndlab::detail {
 
+// The names the lab gives: namespaces "ndlab-NAME-sw" and "ndlab-NAME-hK", bridges "vlanV".
+inline constexpr std::string_view kNamespacePrefix = "ndlab-";
+inline constexpr std::string_view kSwitchSuffix = "sw";
+inline constexpr std::string_view kBridgePrefix = "vlan";
+
+// NAME of the switch namespace ndlab-NAME-sw, when `sw` is one of a lab name check_name takes.
+std::optional<std::string> lab_of_switch_namespace(const std::string &sw);
+
 // The number after `prefix` in `text`, when text is exactly prefix + a number in [min, max]
 // written without leading zeros.
 std::optional<int> numbered(std::string_view text, std::string_view prefix, int min, int max);

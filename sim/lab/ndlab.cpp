@@ -28,13 +28,13 @@ namespace ndlab {
 
 namespace {
 
+using detail::kBridgePrefix;
+using detail::kNamespacePrefix;
+using detail::kSwitchSuffix;
 using detail::Output;
 
-constexpr std::string_view kNamespacePrefix = "ndlab-";
-constexpr std::string_view kSwitchSuffix = "sw";
 constexpr std::string_view kHostPrefix = "h";
 constexpr std::string_view kPortPrefix = "ge0-";
-constexpr std::string_view kBridgePrefix = "vlan";
 constexpr const char *kNetnsDir = "/var/run/netns/";
 constexpr const char *kDefaultIp = "/usr/sbin/ip";
 constexpr const char *kIpEnv = "NDLAB_IP";
@@ -393,6 +393,18 @@ Status check_name(std::string_view name)
 std::string switch_namespace(std::string_view name)
 {
     return std::string(kNamespacePrefix) + std::string(name) + "-" + std::string(kSwitchSuffix);
+}
+
+std::optional<std::string> detail::lab_of_switch_namespace(const std::string &sw)
+{
+    const std::string suffix = "-" + std::string(kSwitchSuffix);
+    if (sw.size() <= kNamespacePrefix.size() + suffix.size() || sw.rfind(kNamespacePrefix, 0) != 0 ||
+        sw.compare(sw.size() - suffix.size(), suffix.size(), suffix) != 0)
+        return std::nullopt;
+    std::string name = sw.substr(kNamespacePrefix.size(), sw.size() - kNamespacePrefix.size() - suffix.size());
+    if (!check_name(name))
+        return std::nullopt;
+    return name;
 }
 
 std::string host_namespace(std::string_view name, int port)

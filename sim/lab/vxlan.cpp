@@ -23,9 +23,6 @@ using detail::member;
 using json = nlohmann::json;
 
 constexpr std::string_view kVxlanPrefix = "vx";
-constexpr std::string_view kBridgePrefix = "vlan";
-constexpr std::string_view kNamespacePrefix = "ndlab-";
-constexpr std::string_view kSwitchSuffix = "-sw";
 constexpr const char *kUnderlayFirst = "192.0.2.1";
 constexpr const char *kUnderlaySecond = "192.0.2.2";
 constexpr const char *kUnderlayLength = "/24";
@@ -85,7 +82,7 @@ Result<JoinLinks> read_join_links(const std::string &sw)
             read_underlay(link, links);
             continue;
         }
-        if (std::optional<int> vlan = detail::numbered(name, kBridgePrefix, kMinVlan, kMaxVlan))
+        if (std::optional<int> vlan = detail::numbered(name, detail::kBridgePrefix, kMinVlan, kMaxVlan))
             links.bridges.insert(*vlan);
         const json *info = member(link, "linkinfo", json::value_t::object);
         if (!info || text_of(*info, "info_kind") != "vxlan")
@@ -96,36 +93,24 @@ Result<JoinLinks> read_join_links(const std::string &sw)
             continue;
         VxlanLink &vxlan = links.vxlans[id->get<uint32_t>()];
         vxlan.device = name;
-        vxlan.vlan = detail::numbered(text_of(link, "master"), kBridgePrefix, kMinVlan, kMaxVlan).value_or(0);
+        vxlan.vlan = detail::numbered(text_of(link, "master"), detail::kBridgePrefix, kMinVlan, kMaxVlan).value_or(0);
         vxlan.remote = text_of(*data, "remote");
         vxlan.peer = text_of(link, "ifalias");
     }
     return links;
 }
 
-// X of the switch namespace ndlab-X-sw, when `sw` is one.
-std::optional<std::string> lab_name_of(const std::string &sw)
-{
-    if (sw.size() <= kNamespacePrefix.size() + kSwitchSuffix.size() || sw.rfind(kNamespacePrefix, 0) != 0 ||
-        sw.compare(sw.size() - kSwitchSuffix.size(), kSwitchSuffix.size(), kSwitchSuffix) != 0)
-        return std::nullopt;
-    std::string name = sw.substr(kNamespacePrefix.size(), sw.size() - kNamespacePrefix.size() - kSwitchSuffix.size());
-    if (!check_name(name))
-        return std::nullopt;
-    return name;
-}
-
 // "lab X" for the switch namespace ndlab-X-sw, "another lab" for anything else.
 std::string lab_of(const std::string &sw)
 {
-    std::optional<std::string> name = lab_name_of(sw);
+    std::optional<std::string> name = detail::lab_of_switch_namespace(sw);
     return name ? "lab " + *name : "another lab";
 }
 
 // An alias naming a lab's switch, when that switch still exists; "" otherwise.
 std::string present_peer(const std::string &alias)
 {
-    return lab_name_of(alias) && detail::namespace_exists(alias) ? alias : std::string();
+    return detail::lab_of_switch_namespace(alias) && detail::namespace_exists(alias) ? alias : std::string();
 }
 
 std::string or_dash(const std::string &text) { return text.empty() ? "-" : text; }
