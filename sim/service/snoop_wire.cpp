@@ -286,18 +286,25 @@ void SnoopWire::syncPortsLocked(const std::set<std::pair<std::string, bool>> &wa
     installedPorts_ = wantPorts;
 }
 
+std::vector<SnoopBindingEntry> SnoopWire::boundLocked() const
+{
+    std::vector<SnoopBindingEntry> bound = table_.of_state(SnoopBindingEntry::State::Valid);
+    std::vector<SnoopBindingEntry> statics = table_.of_state(SnoopBindingEntry::State::Static);
+    bound.insert(bound.end(), statics.begin(), statics.end());
+    return bound;
+}
+
 // The kernel's sets of bindings and of bound hosts made equal to the valid and static bindings.
 void SnoopWire::syncBindingsLocked()
 {
     std::string error;
     std::map<std::string, SnoopBinding> wantBindings;
     std::set<std::pair<std::string, Mac48>> wantHosts;
-    for (SnoopBindingEntry::State state : {SnoopBindingEntry::State::Valid, SnoopBindingEntry::State::Static})
-        for (const SnoopBindingEntry &e : table_.of_state(state)) {
-            SnoopBinding b = ruleBinding(e.port, e.mac, e.address);
-            wantBindings[bindingKey(b)] = b;
-            wantHosts.insert({b.port, b.mac});
-        }
+    for (const SnoopBindingEntry &e : boundLocked()) {
+        SnoopBinding b = ruleBinding(e.port, e.mac, e.address);
+        wantBindings[bindingKey(b)] = b;
+        wantHosts.insert({b.port, b.mac});
+    }
     // The changes go to the kernel in one transaction each: a flood's bindings become valid
     // together.
     std::vector<SnoopBinding> added, removed;
@@ -422,14 +429,15 @@ void SnoopWire::run()
 
 void SnoopWire::refreshPortsLocked()
 {
-    std::map<std::string, uint16_t> before;
-    for (const auto &[device, port] : ports_)
-        before[device] = port.vlan;
+    auto vlans = [this] {
+        std::map<std::string, uint16_t> of;
+        for (const auto &[device, port] : ports_)
+            of[device] = port.vlan;
+        return std::make_pair(of, tunnels_);
+    };
+    auto before = vlans();
     refreshPorts();
-    std::map<std::string, uint16_t> after;
-    for (const auto &[device, port] : ports_)
-        after[device] = port.vlan;
-    if (after != before)
+    if (vlans() != before)
         applyLocked();
 }
 
@@ -453,7 +461,7 @@ void SnoopWire::receive(const std::string &device, const Port &port)
         SnoopClock::time_point now = SnoopClock::now();
         bool refused = refusedLocked(device, vlan, p);
         if (snoopedLocked(device))
-            snoopLocked(device, vlan, p, now);
+            snoopLocked(device, vlan, p, refused, now);
         if (p.type == packet::NdType::NeighborSolicitation) {
             solicitedLocked(p, device, vlan, refused, now);
         } else if (p.type == packet::NdType::NeighborAdvertisement && !refused) {
@@ -462,7 +470,8 @@ void SnoopWire::receive(const std::string &device, const Port &port)
     }
 }
 
-void SnoopWire::snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p,
+// `refused`: the kernel's table drops this message where it enters (refusedLocked).
+void SnoopWire::snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p, bool refused,
                             SnoopClock::time_point now)
 {
     bool trusted = config_.trusted.count(device) != 0;
@@ -472,20 +481,15 @@ void SnoopWire::snoopLocked(const std::string &device, uint16_t vlan, const pack
         if (packet::is_dad(p)) {
             if (!trusted && table_.claim(p.target, mac, vlan, device, now) == SnoopBindingTable::Claim::Owned)
                 attackLogLocked("duplicate address claim", device, mac, p.target);
-        } else if (!trusted && !config_.nsLoose) {
-            const SnoopBindingEntry *b = table_.find(p.src, vlan);
-            if (!b || b->port != device || b->mac != mac)
-                attackLogLocked("dropped NS", device, mac, p.src);
+        } else if (refused) {
+            attackLogLocked("dropped NS", device, mac, p.src);
         }
         break;
-    case packet::NdType::NeighborAdvertisement: {
+    case packet::NdType::NeighborAdvertisement:
         table_.advertised(p.target, mac, vlan, device);
-        const SnoopBindingEntry *b = table_.find(p.target, vlan);
-        if (!trusted &&
-            (!b || b->state == SnoopBindingEntry::State::Tentative || b->port != device || b->mac != mac))
+        if (refused)
             attackLogLocked("dropped NA", device, mac, p.target);
         break;
-    }
     case packet::NdType::RouterAdvertisement:
         if (!trusted)
             attackLogLocked("dropped RA", device, mac, p.src);

@@ -132,10 +132,12 @@ private:
 
     void run();
     void receive(const std::string &device, const Port &port);
-    void snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p, SnoopClock::time_point now);
+    void snoopLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p, bool refused,
+                     SnoopClock::time_point now);
     void tick(SnoopClock::time_point now);
     void refreshPorts();
-    // Reads the ports again; what changed in their VLANs changes the kernel's tables.
+    // Reads the ports again; what changed in their VLANs (or the VLANs' tunnels) changes the
+    // kernel's tables.
     void refreshPortsLocked();
     void applyLocked();
     void forgetInstalledLocked();
@@ -150,7 +152,9 @@ private:
                          SnoopClock::time_point now);
     void answersTickLocked(SnoopClock::time_point now);
     void applyAnswersLocked();
-    void syncAnsweredLocked();
+    void syncAnsweredLocked(const std::vector<SnoopBindingEntry> &bound);
+    // The valid and static bindings: what the kernel lets through, and fast response answers for.
+    std::vector<SnoopBindingEntry> boundLocked() const;
     void syncRoutesLocked();
     void attackLogLocked(const char *what, const std::string &device, const Mac48 &mac, const Address6 &address);
     void closePorts();

@@ -193,9 +193,8 @@ void SnoopWire::applyAnswersLocked()
     bool suppressing = false;
     for (const auto &[vlan, tunnel] : tunnels_)
         suppressing = suppressing || c.suppression.count(tunnel.first);
-    bool wanted = (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Valid).empty()) ||
-                  (c.fastResponse && !table_.of_state(SnoopBindingEntry::State::Static).empty()) ||
-                  !c.anywayVlans.empty() || suppressing;
+    std::vector<SnoopBindingEntry> bound = boundLocked();
+    bool wanted = (c.fastResponse && !bound.empty()) || !c.anywayVlans.empty() || suppressing;
     std::string error;
     if (!wanted) {
         if (answersInstalled_ && answerRules_.remove(error))
@@ -210,13 +209,13 @@ void SnoopWire::applyAnswersLocked()
             fprintf(stderr, "ndsvc: answers: cannot install the kernel's table: %s\n", error.c_str());
     }
     if (answersInstalled_)
-        syncAnsweredLocked();
+        syncAnsweredLocked(bound);
     syncRoutesLocked();
 }
 
 // Fast response answers an NS for a bound host that enters another port of the host's VLAN;
 // proxy anyway answers every one on its VLAN's ports.
-void SnoopWire::syncAnsweredLocked()
+void SnoopWire::syncAnsweredLocked(const std::vector<SnoopBindingEntry> &bound)
 {
     const AnswerConfig &c = answers_.config();
     std::set<AnsweredTarget> answered;
@@ -226,10 +225,9 @@ void SnoopWire::syncAnsweredLocked()
             anyway.insert(device);
         if (!c.fastResponse)
             continue;
-        for (SnoopBindingEntry::State state : {SnoopBindingEntry::State::Valid, SnoopBindingEntry::State::Static})
-            for (const SnoopBindingEntry &e : table_.of_state(state))
-                if (e.vlan == port.vlan && e.port != device)
-                    answered.insert({device, e.address});
+        for (const SnoopBindingEntry &e : bound)
+            if (e.vlan == port.vlan && e.port != device)
+                answered.insert({device, e.address});
     }
     // The remote hosts of a suppressing instance are answered on every port of its VLAN; what
     // it does not know stays out of the tunnel with `missmatch discard`.
@@ -269,6 +267,9 @@ void SnoopWire::syncAnsweredLocked()
 // The switch reaches a host of a local-proxy sub-VLAN through that VLAN's interface.
 void SnoopWire::syncRoutesLocked()
 {
+    // Without local proxy there is nothing to route, and nothing to take back.
+    if (answers_.config().subVlanOf.empty() && installedRoutes_.empty())
+        return;
     std::map<Address6, int> want;
     for (const auto &[address, vlan] : answers_.local_hosts())
         if (auto bridge = bridges_.find(vlan); bridge != bridges_.end())

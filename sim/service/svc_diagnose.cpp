@@ -158,12 +158,8 @@ std::string NdService::diagnose_global(EcStore &ec)
 // local hosts, so that an output modifier finds a host line whichever instance holds it.
 std::string NdService::diagnose_every_vxlan(EcStore &ec)
 {
-    std::set<uint32_t> ids;
-    for (const std::string &key : ec.keys(ndwire::kTypeVxlan)) {
-        unsigned id = 0;
-        if (sscanf(key.c_str(), "vxlan %u", &id) == 1)
-            ids.insert(id);
-    }
+    std::vector<uint32_t> stored = ec.vxlan_ids();
+    std::set<uint32_t> ids(stored.begin(), stored.end());
     for (const auto &entry : hosts_)
         ids.insert(entry.first.first);
     for (const auto &entry : suppression_)

@@ -2,6 +2,7 @@
 #include "svc_store.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "ndplat_dbm.h"
 
@@ -101,6 +102,17 @@ bool EcStore::user_bind_remove(const Ip6 &ip)
 std::string vxlan_key(uint32_t id)
 {
     return format("vxlan %u", id);
+}
+
+std::vector<uint32_t> EcStore::vxlan_ids()
+{
+    std::vector<uint32_t> ids;
+    for (const std::string &key : keys(ndwire::kTypeVxlan)) {
+        unsigned id = 0;
+        if (sscanf(key.c_str(), "vxlan %u", &id) == 1)
+            ids.push_back(id);
+    }
+    return ids;
 }
 
 VxlanSettings EcStore::vxlan(uint32_t id)

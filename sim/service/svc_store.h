@@ -35,6 +35,8 @@ public:
     bool user_bind_add(const UserBind &ub);
     bool user_bind_remove(const Ip6 &ip);
 
+    // The VXLAN ids that have settings stored, ascending by key.
+    std::vector<uint32_t> vxlan_ids();
     // The settings of one VXLAN id, and storing them (the record goes when all are default).
     VxlanSettings vxlan(uint32_t id);
     bool vxlan_set(uint32_t id, const VxlanSettings &s);

@@ -5,7 +5,6 @@
 #include "svc_items.h"
 #include "svc_store.h"
 
-#include <cstdio>
 #include <cstring>
 
 namespace ndsvc {
@@ -78,13 +77,9 @@ AnswerConfig answer_config(EcStore &ec, const std::vector<ProxyAddress> &ranges)
     }
     for (const ProxyAddress &p : ranges)
         c.proxyRanges.push_back(AnswerConfig::Range{p.begin, p.end});
-    for (const std::string &key : ec.keys(ndwire::kTypeVxlan)) {
-        unsigned id = 0;
-        VxlanSettings settings;
-        if (sscanf(key.c_str(), "vxlan %u", &id) == 1 && vxlan_settings_of(ec.read(key), id, settings) &&
-            (settings.flags & ndwire::vxlancfg::kFlagSuppression))
-            c.suppression[id] = (settings.flags & ndwire::vxlancfg::kFlagMissDiscard) != 0;
-    }
+    for (uint32_t id : ec.vxlan_ids())
+        if (uint32_t flags = ec.vxlan(id).flags; flags & ndwire::vxlancfg::kFlagSuppression)
+            c.suppression[id] = (flags & ndwire::vxlancfg::kFlagMissDiscard) != 0;
     return c;
 }
 
