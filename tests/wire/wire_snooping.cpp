@@ -232,7 +232,9 @@ TEST(WireSnooping, AStaticBindingKeepsItsAddressFromAnotherHost)
     // Host 2 takes the address: its DAD is unanswered (host 1 does not use it), but the
     // address stays host 1's, so whatever host 2 says from it is dropped.
     ASSERT_TRUE(sw.add_address(2, "2001:db8:1::9/64"));
-    std::this_thread::sleep_for(2s);
+    // Until its detection ends host 2 cannot send from the address at all.
+    ASSERT_TRUE(sw.settled(2));
+    std::this_thread::sleep_for(1s);
     std::string dynamic = sw.ndsh("show nd snooping user-bind dynamic");
     EXPECT_EQ(dynamic.find("2001:db8:1::9 "), std::string::npos) << dynamic;
     long nsDrop = sw.counter("nsPacketDrop");

@@ -102,6 +102,12 @@ bool WireSwitch::add_address(int k, const std::string &prefix) const
     return status == 0;
 }
 
+bool WireSwitch::settled(int k) const
+{
+    return within(std::chrono::seconds(4),
+                  [&] { return host(k, {"ip", "-6", "addr", "show", "dev", "eth0", "tentative"}).empty(); });
+}
+
 int WireSwitch::forge(int k, const std::vector<std::string> &args) const
 {
     std::vector<std::string> argv = {"/usr/bin/python3", FORGE_PATH};

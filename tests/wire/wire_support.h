@@ -38,6 +38,9 @@ public:
     std::string mac(int k) const;
     // Adds an address to host K's eth0: the kernel's own duplicate address detection runs.
     bool add_address(int k, const std::string &prefix) const;
+    // Waits (up to 4 s) until host K's addresses have all passed their duplicate address
+    // detection; whether they have.
+    bool settled(int k) const;
     // Forged packets from host K (forge.py): their exit status.
     int forge(int k, const std::vector<std::string> &args) const;
     // A counter of `show nd snooping statistics` (or of another show command that prints
