@@ -185,6 +185,8 @@ private:
     void wire_statistics_locked();
     void wire_forward_statistics_locked();
     void wire_prefixes_locked();
+    void wire_vxlan_hosts_locked();
+    void wire_restore_hosts_locked(const std::map<VxlanKey, VxlanHost> &hosts);
 
     // diagnose (svc_diagnose.cpp)
     Response diagnose(const Request &request);

@@ -33,6 +33,8 @@ constexpr auto kPortsEvery = std::chrono::milliseconds(500);
 constexpr uint32_t kAttackLinesPerSecond = 10;
 constexpr int kPortReceiveBuffer = 8 << 20;
 constexpr int kPacketThreadNice = 10;
+// Hosts of the VXLAN local host table, over all instances: a flood of addresses stops there.
+constexpr size_t kVxlanHostCeiling = 65536;
 
 SnoopBinding ruleBinding(const std::string &device, const Mac48 &mac, const Address6 &address)
 {
@@ -90,6 +92,17 @@ constexpr std::pair<SnoopStatistic, SnoopCounter> kKernelCounters[] = {
     {kLladdrInvalid, SnoopCounter::lladdrInvalid},
 };
 
+// The address whose host sent an ND message: the target of its own detection, the source of
+// its NS, or the target of its overriding NA (a proxy's answer does not override).
+const Address6 *hostOf(const packet::NdPacket &p)
+{
+    if (p.type == packet::NdType::NeighborSolicitation)
+        return packet::is_dad(p) ? &p.target : &p.src;
+    if (p.type == packet::NdType::NeighborAdvertisement && p.override_flag)
+        return &p.target;
+    return nullptr;
+}
+
 } // namespace
 
 std::string SnoopWire::device_of(const std::string &portName)
@@ -108,7 +121,7 @@ std::string SnoopWire::port_of(const std::string &device)
     return kPortPrefix + device.substr(strlen(kDevicePrefix));
 }
 
-SnoopWire::SnoopWire(size_t ceiling) : table_(ceiling) {}
+SnoopWire::SnoopWire(size_t ceiling) : table_(ceiling), vxlanHosts_(kVxlanHostCeiling) {}
 
 SnoopWire::~SnoopWire()
 {
@@ -121,6 +134,8 @@ SnoopWire::~SnoopWire()
     if (thread_.joinable())
         thread_.join();
     closePorts();
+    if (tunnelFd_ >= 0)
+        close(tunnelFd_);
     if (wake_ >= 0)
         close(wake_);
     if (linkEvents_ >= 0)
@@ -144,6 +159,12 @@ bool SnoopWire::start(std::string &error)
     linkEvents_ = wire_link_events(error);
     if (linkEvents_ < 0)
         return false;
+    // Protocol 0: a socket that sends and is given nothing to read.
+    tunnelFd_ = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0);
+    if (tunnelFd_ < 0) {
+        error = std::string("no packet socket for the tunnels: ") + strerror(errno);
+        return false;
+    }
     {
         std::lock_guard<std::mutex> hold(mutex_);
         refreshPorts();
@@ -361,8 +382,8 @@ void SnoopWire::refreshPorts()
                 b.linkLocal = linkLocal->second;
         }
         if (l.name.rfind(kTunnelPrefix, 0) == 0 && l.master.rfind(kBridgePrefix, 0) == 0)
-            tunnels_[static_cast<uint16_t>(atoi(l.master.c_str() + strlen(kBridgePrefix)))] = {
-                static_cast<uint32_t>(strtoul(l.name.c_str() + strlen(kTunnelPrefix), nullptr, 10)), l.name};
+            tunnels_[static_cast<uint16_t>(atoi(l.master.c_str() + strlen(kBridgePrefix)))] = Tunnel{
+                static_cast<uint32_t>(strtoul(l.name.c_str() + strlen(kTunnelPrefix), nullptr, 10)), l.name, l.index};
         if (l.name.rfind(kDevicePrefix, 0) != 0)
             continue;
         Port p;
@@ -421,6 +442,8 @@ void SnoopWire::run()
                 subVlanSupers_ = subVlanReader_();
                 answerConfigLocked();
             }
+            if (accessPortReader_)
+                vxlanHosts_.access_ports(accessPortReader_());
             nextPorts = now + kPortsEvery;
         }
         tick(now);
@@ -462,6 +485,8 @@ void SnoopWire::receive(const std::string &device, const Port &port)
         bool refused = refusedLocked(device, vlan, p);
         if (snoopedLocked(device))
             snoopLocked(device, vlan, p, refused, now);
+        if (const Address6 *host = hostOf(p); host && !refused)
+            vxlanHosts_.heard(device, vlan, *host, p.eth_src, now);
         if (p.type == packet::NdType::NeighborSolicitation) {
             solicitedLocked(p, device, vlan, refused, now);
         } else if (p.type == packet::NdType::NeighborAdvertisement && !refused) {
@@ -574,6 +599,7 @@ void SnoopWire::tick(SnoopClock::time_point now)
         changed = changed || !expired.empty();
     }
     answersTickLocked(now);
+    vxlanHosts_.tick(now);
     // Hosts heard since the last tick, or forgotten now, change the routes; the suppression
     // table's changes are handed to the kernel once a tick.
     if (changed || suppressionChanged_)

@@ -25,6 +25,7 @@
 #include "answer_rules.h"
 #include "snoop_bindings.h"
 #include "snoop_rules.h"
+#include "vxlan_host_table.h"
 #include "wire_answers.h"
 
 namespace ndsvc {
@@ -95,6 +96,15 @@ public:
     void suppression_hosts(const std::vector<SuppressionChange> &changes);
     void read_sub_vlans_with(SubVlanReader reader);
 
+    // The VXLAN local host table: the access ports (from `reader`, read again with the ports),
+    // the instances' host settings, and the hosts heard on those ports.
+    using AccessPortReader = std::function<std::map<uint32_t, VxlanAccessPort>()>;
+    void read_access_ports_with(AccessPortReader reader);
+    void configure_vxlan_hosts(const std::map<uint32_t, VxlanHostLimits> &limits);
+    VxlanHostTable::Hosts vxlan_hosts() const;
+    void forget_vxlan_hosts(uint32_t vxlan, const Address6 *address);
+    void restore_vxlan_hosts(const VxlanHostTable::Hosts &hosts);
+
     // The learned (valid) bindings, and forgetting them (all VLANs for 0).
     std::vector<SnoopBindingEntry> learned() const;
     void clear_learned(uint16_t vlan);
@@ -128,6 +138,13 @@ private:
         bool hasAddress = false;
         Address6 linkLocal{};
     };
+    // A VXLAN device "vxN" in a VLAN's bridge: the tunnel of instance N.
+    struct Tunnel {
+        uint32_t vxlan = 0;
+        std::string device;
+        int index = 0;
+        bool operator==(const Tunnel &) const = default;
+    };
     class Switch;
 
     void run();
@@ -147,6 +164,7 @@ private:
     bool snoopedLocked(const std::string &device) const;
     void sendProbeLocked(const SnoopBindingEntry &binding);
     AnswerWorld::Sent sendLocked(const std::string &device, const Mac48 &to, const uint8_t *frame, size_t length);
+    AnswerWorld::Sent sendOn(int fd, int index, const Mac48 &to, const uint8_t *frame, size_t length);
     bool refusedLocked(const std::string &device, uint16_t vlan, const packet::NdPacket &p) const;
     void solicitedLocked(const packet::NdPacket &ns, const std::string &device, uint16_t vlan, bool refused,
                          SnoopClock::time_point now);
@@ -165,7 +183,10 @@ private:
     SnoopRules rules_;
     std::map<std::string, Port> ports_;
     std::map<uint16_t, Bridge> bridges_;
-    std::map<uint16_t, std::pair<uint32_t, std::string>> tunnels_; // VLAN: its VXLAN instance and device
+    std::map<uint16_t, Tunnel> tunnels_; // by VLAN
+    int tunnelFd_ = -1;                  // sends into the tunnels; reads nothing
+    VxlanHostTable vxlanHosts_;
+    AccessPortReader accessPortReader_;
     bool suppressionChanged_ = false;
     NdAnswers answers_;
     AnswerConfig answerConfig_;                  // as configured, without the sub-VLANs

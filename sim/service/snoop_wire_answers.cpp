@@ -34,7 +34,7 @@ public:
     uint32_t vxlan_of(uint16_t vlan) const override
     {
         auto it = wire_.tunnels_.find(vlan);
-        return it == wire_.tunnels_.end() ? 0 : it->second.first;
+        return it == wire_.tunnels_.end() ? 0 : it->second.vxlan;
     }
     bool routed(const Address6 &address, uint16_t &vlan) const override
     {
@@ -74,6 +74,15 @@ public:
         Mac48 to;
         memcpy(to.data(), frame, to.size());
         return wire_.sendLocked(device, to, frame, length);
+    }
+    Sent into_tunnel(uint16_t vlan, const uint8_t *frame, size_t length) override
+    {
+        auto it = wire_.tunnels_.find(vlan);
+        if (it == wire_.tunnels_.end())
+            return Sent::NoPort;
+        Mac48 to;
+        memcpy(to.data(), frame, to.size());
+        return wire_.sendOn(wire_.tunnelFd_, it->second.index, to, frame, length);
     }
 
     void solicit(const Address6 &target, uint16_t vlan) override
@@ -176,14 +185,21 @@ AnswerWorld::Sent SnoopWire::sendLocked(const std::string &device, const Mac48 &
                                         size_t length)
 {
     auto it = ports_.find(device);
-    if (it == ports_.end() || it->second.fd < 0)
+    if (it == ports_.end())
+        return AnswerWorld::Sent::NoPort;
+    return sendOn(it->second.fd, it->second.index, to, frame, length);
+}
+
+AnswerWorld::Sent SnoopWire::sendOn(int fd, int index, const Mac48 &to, const uint8_t *frame, size_t length)
+{
+    if (fd < 0)
         return AnswerWorld::Sent::NoPort;
     sockaddr_ll address{};
     address.sll_family = AF_PACKET;
-    address.sll_ifindex = it->second.index;
+    address.sll_ifindex = index;
     address.sll_halen = 6;
     memcpy(address.sll_addr, to.data(), to.size());
-    ssize_t sent = sendto(it->second.fd, frame, length, 0, reinterpret_cast<sockaddr *>(&address), sizeof address);
+    ssize_t sent = sendto(fd, frame, length, 0, reinterpret_cast<sockaddr *>(&address), sizeof address);
     return sent == static_cast<ssize_t>(length) ? AnswerWorld::Sent::Ok : AnswerWorld::Sent::Failed;
 }
 
@@ -192,7 +208,7 @@ void SnoopWire::applyAnswersLocked()
     const AnswerConfig &c = answers_.config();
     bool suppressing = false;
     for (const auto &[vlan, tunnel] : tunnels_)
-        suppressing = suppressing || c.suppression.count(tunnel.first);
+        suppressing = suppressing || c.suppression.count(tunnel.vxlan);
     std::vector<SnoopBindingEntry> bound = boundLocked();
     bool wanted = (c.fastResponse && !bound.empty()) || !c.anywayVlans.empty() || suppressing;
     std::string error;
@@ -233,13 +249,13 @@ void SnoopWire::syncAnsweredLocked(const std::vector<SnoopBindingEntry> &bound)
     // it does not know stays out of the tunnel with `missmatch discard`.
     std::set<std::string> discard;
     for (const auto &[vlan, tunnel] : tunnels_) {
-        auto s = c.suppression.find(tunnel.first);
+        auto s = c.suppression.find(tunnel.vxlan);
         if (s == c.suppression.end())
             continue;
-        if (s->second)
-            discard.insert(tunnel.second);
-        auto from = answers_.suppression_hosts().lower_bound({tunnel.first, Address6{}});
-        for (auto h = from; h != answers_.suppression_hosts().end() && h->first.first == tunnel.first; ++h)
+        if (s->second.missDiscard)
+            discard.insert(tunnel.device);
+        auto from = answers_.suppression_hosts().lower_bound({tunnel.vxlan, Address6{}});
+        for (auto h = from; h != answers_.suppression_hosts().end() && h->first.first == tunnel.vxlan; ++h)
             for (const auto &[device, port] : ports_)
                 if (port.vlan == vlan && answered.size() < kAnsweredCeiling)
                     answered.insert({device, h->first.second});

@@ -78,6 +78,8 @@ CmfResponse NdService::diagnose(const CmfRequest &r)
     if (!ec.ok())
         return status(ND_ERR_DBM);
     std::lock_guard<std::mutex> hold(stateMutex_);
+    wire_bindings_locked();
+    wire_vxlan_hosts_locked();
     if (kind == ndwire::kDiagnoseRequests && r.optKind == ND_CLI_OPT_UNDO) {
         requestCounts_.clear();
         return ok();

@@ -61,6 +61,7 @@ size_t NdService::remote_nbr_count()
 size_t NdService::vxlan_host_count()
 {
     std::lock_guard<std::mutex> hold(stateMutex_);
+    wire_vxlan_hosts_locked();
     return hosts_.size();
 }
 

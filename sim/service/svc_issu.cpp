@@ -80,11 +80,19 @@ CmfResponse NdService::vxlan_issu(uint32_t selector)
     if (!load_plugin() || !store.resolve(plugin_))
         return status(ND_ERR_DBM);
     std::lock_guard<std::mutex> hold(stateMutex_);
+    wire_vxlan_hosts_locked();
     switch (selector) {
     case ndwire::kIssuBackup:
         return stored(backup(store, hosts_));
-    case ndwire::kIssuRecover:
-        return stored(recover(store, hosts_));
+    case ndwire::kIssuRecover: {
+        // A host of the table keeps its entry; on the wire the others are taken as heard now.
+        std::map<VxlanKey, VxlanHost> recovered;
+        bool good = recover(store, recovered);
+        for (auto it = recovered.begin(); it != recovered.end();)
+            it = hosts_.emplace(it->first, it->second).second ? std::next(it) : recovered.erase(it);
+        wire_restore_hosts_locked(recovered);
+        return stored(good);
+    }
     default:
         return status(ND_ERR_OPERATION_FAILED);
     }

@@ -183,6 +183,8 @@ CmfResponse NdService::vxlan_hosts(const CmfRequest &r)
         bool oneId = item_number(r, ndwire::kItemVxlanId, id);
         Ip6 ip{};
         bool oneIp = item_address(r, ndwire::kItemAddress, ip);
+        if (wire_)
+            wire_->forget_vxlan_hosts(oneId ? id : kEveryVxlan, oneIp ? &ip : nullptr);
         for (auto it = hosts_.begin(); it != hosts_.end();) {
             bool match = (!oneId || it->first.first == id) && (!oneIp || it->first.second == ip);
             it = match ? hosts_.erase(it) : std::next(it);
@@ -191,6 +193,7 @@ CmfResponse NdService::vxlan_hosts(const CmfRequest &r)
     }
     if (r.optKind != ND_CLI_OPT_SHOW)
         return status(ND_ERR_OPERATION_FAILED);
+    wire_vxlan_hosts_locked();
     return vxlan_page(r, hosts_, [](const VxlanKey &key, const VxlanHost &h) {
         return vxlan_row(key.first, key.second, "", 0, h.portIndex, h.mac);
     });

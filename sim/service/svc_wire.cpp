@@ -1,6 +1,7 @@
 // The service on the wire: the snooping configuration handed to the packet side after every
 // configuration request, and the learned bindings and the counters read from it.
 #include "ndplat_ports.h"
+#include "ndplat_vxlan.h"
 #include "snoop_wire.h"
 #include "svc_items.h"
 #include "svc_store.h"
@@ -79,8 +80,34 @@ AnswerConfig answer_config(EcStore &ec, const std::vector<ProxyAddress> &ranges)
         c.proxyRanges.push_back(AnswerConfig::Range{p.begin, p.end});
     for (uint32_t id : ec.vxlan_ids())
         if (uint32_t flags = ec.vxlan(id).flags; flags & ndwire::vxlancfg::kFlagSuppression)
-            c.suppression[id] = (flags & ndwire::vxlancfg::kFlagMissDiscard) != 0;
+            c.suppression[id] = AnswerConfig::Suppression{(flags & ndwire::vxlancfg::kFlagMissDiscard) != 0,
+                                                          (flags & ndwire::vxlancfg::kFlagUnicast) != 0};
     return c;
+}
+
+// The host settings of the configured VXLAN instances.
+std::map<uint32_t, VxlanHostLimits> vxlan_host_limits(EcStore &ec)
+{
+    std::map<uint32_t, VxlanHostLimits> limits;
+    for (uint32_t id : ec.vxlan_ids()) {
+        VxlanSettings s = ec.vxlan(id);
+        limits[id] = VxlanHostLimits{s.timeout, s.limit};
+    }
+    return limits;
+}
+
+// The VXLAN access ports that are ports of the lab: the platform's port table, shared by the
+// shells (`vxlan-port`) and the seed.
+std::map<uint32_t, VxlanAccessPort> vxlan_access_ports()
+{
+    std::map<uint32_t, VxlanAccessPort> ports;
+    for (const auto &[index, port] : ndplat::vxports()) {
+        const ndplat::PortInfo *info = ndplat::port_find(port.portId);
+        std::string device = info ? SnoopWire::device_of(info->name) : "";
+        if (port.kind == ND_VXPORT_KIND_ATTACHED && !device.empty())
+            ports[index] = VxlanAccessPort{device, port.svlan, port.vxlan};
+    }
+    return ports;
 }
 
 UserBind listed(const SnoopBindingEntry &e)
@@ -106,6 +133,12 @@ void NdService::wire_attach(SnoopWire *wire)
             hosts.push_back({key, host.mac, true});
     }
     wire_->suppression_hosts(hosts);
+    {
+        // The seeded local hosts are the wire's from now on, and age like the ones it hears.
+        std::lock_guard<std::mutex> hold(stateMutex_);
+        wire_restore_hosts_locked(hosts_);
+    }
+    wire_->read_access_ports_with(vxlan_access_ports);
     wire_sync();
 }
 
@@ -123,6 +156,7 @@ void NdService::wire_sync()
         ranges = proxyAddresses_;
     }
     wire_->configure_answers(answer_config(ec, ranges));
+    wire_->configure_vxlan_hosts(vxlan_host_limits(ec));
 }
 
 // Called with stateMutex_ held: the listings read the learned bindings as the wire has them.
@@ -169,6 +203,26 @@ void NdService::wire_prefixes_locked()
         row.preferred = p.preferred;
         prefixes_.push_back(row);
     }
+}
+
+// Called with stateMutex_ held: the VXLAN local host table is the wire's.
+void NdService::wire_vxlan_hosts_locked()
+{
+    if (!wire_)
+        return;
+    hosts_.clear();
+    for (const auto &[key, host] : wire_->vxlan_hosts())
+        hosts_[key] = VxlanHost{host.mac, host.portIndex};
+}
+
+void NdService::wire_restore_hosts_locked(const std::map<VxlanKey, VxlanHost> &hosts)
+{
+    if (!wire_ || hosts.empty())
+        return;
+    VxlanHostTable::Hosts restored;
+    for (const auto &[key, host] : hosts)
+        restored[key] = VxlanHostTable::Host{host.mac, host.portIndex, {}};
+    wire_->restore_vxlan_hosts(restored);
 }
 
 } // namespace ndsvc

@@ -69,7 +69,12 @@ void NdAnswers::solicited(const packet::NdPacket &ns, const std::string &device,
     Answer answer;
     // Only multicast solicitations are answered: a unicast one checks that the target itself
     // is still there.
-    if (packet::is_dad(ns) || !packet::is_solicited_node(ns.dst) || !decide(ns, device, vlan, world, answer)) {
+    bool multicast = !packet::is_dad(ns) && packet::is_solicited_node(ns.dst);
+    if (multicast && forwarded(ns, vlan, world)) {
+        count(kRxNsNoNapr);
+        return;
+    }
+    if (!multicast || !decide(ns, device, vlan, world, answer)) {
         count(kRxNsNoNapr);
         if (!packet::is_dad(ns) && packet::is_solicited_node(ns.dst))
             seek(ns.target, vlan, now, world);
@@ -128,6 +133,32 @@ bool NdAnswers::decide(const packet::NdPacket &ns, const std::string &device, ui
         return false;
     answer.by = by;
     answer.onBehalf = false;
+    return true;
+}
+
+// With `unicast forward` an NS for a remote host of the suppression table is not answered: it
+// goes into the tunnel as unicast to that host's MAC, so that the host alone sees it and
+// answers itself. The kernel's answered set keeps the multicast original off every port.
+bool NdAnswers::forwarded(const packet::NdPacket &ns, uint16_t vlan, AnswerWorld &world)
+{
+    uint32_t vni = world.vxlan_of(vlan);
+    auto instance = config_.suppression.find(vni);
+    if (!vni || instance == config_.suppression.end() || !instance->second.unicastForward)
+        return false;
+    auto host = suppression_.find({vni, ns.target});
+    if (host == suppression_.end())
+        return false;
+    packet::FrameAddress addr;
+    addr.eth_dst = host->second;
+    addr.eth_src = ns.eth_src;
+    addr.src = ns.src;
+    addr.dst = ns.dst;
+    size_t capacity = 0;
+    uint8_t *frame = world.frame_buffer(capacity);
+    const packet::Mac *lladdr = ns.has_source_lladdr ? &ns.source_lladdr : nullptr;
+    size_t length = frame ? packet::build_ns(addr, ns.target, lladdr, frame, capacity) : 0;
+    if (length)
+        world.into_tunnel(vlan, frame, length);
     return true;
 }
 

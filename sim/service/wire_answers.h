@@ -30,7 +30,7 @@ enum FastStatistic {
     kRxNsBadDad,       // duplicate address detection NS that break its rules
     kRxNdOptError,     // ND messages with a malformed option
     kRxTargetMcast,    // NS or NA for a multicast target
-    kRxNsNoNapr,       // NS that nobody answers for: left to the target
+    kRxNsNoNapr,       // NS that nobody answers for: left to the target (forwarded to it by unicast forward)
     kRxNsNeedNa,       // NS that the switch answers
     kRxNaprLocal,      // of them, by fast response
     kRxNaprProxyIf,    // by the proxy of the asker's VLAN interface
@@ -57,9 +57,16 @@ struct AnswerConfig {
         bool operator==(const Range &) const = default;
     };
     std::vector<Range> proxyRanges; // published by the other ND modules
-    // VXLAN instances with ND suppression, and whether a solicitation for a host that the
-    // suppression table does not hold is kept out of the tunnel (`missmatch discard`).
-    std::map<uint32_t, bool> suppression;
+    // VXLAN instances with ND suppression: whether a solicitation for a host that the
+    // suppression table does not hold is kept out of the tunnel (`missmatch discard`), and
+    // whether one for a host it holds goes to that host alone rather than being answered
+    // (`unicast forward`).
+    struct Suppression {
+        bool missDiscard = false;
+        bool unicastForward = false;
+        bool operator==(const Suppression &) const = default;
+    };
+    std::map<uint32_t, Suppression> suppression;
     bool operator==(const AnswerConfig &) const = default;
 };
 
@@ -85,6 +92,9 @@ public:
     // Room for one frame; null when there is none.
     virtual uint8_t *frame_buffer(size_t &capacity) = 0;
     virtual Sent send(const std::string &device, const uint8_t *frame, size_t length) = 0;
+    // Sends a frame into the VXLAN tunnel of a VLAN's bridge (vxlan_of), for the kernel's
+    // VXLAN device to carry to the remote switch that its forwarding database names.
+    virtual Sent into_tunnel(uint16_t vlan, const uint8_t *frame, size_t length) = 0;
     // Asks for an address on every port of a VLAN with the switch's own NS: the host that has
     // it answers, and so is heard there.
     virtual void solicit(const Address6 &target, uint16_t vlan) = 0;
@@ -143,6 +153,7 @@ private:
     bool decide(const packet::NdPacket &ns, const std::string &device, uint16_t vlan, AnswerWorld &world,
                 Answer &answer) const;
     bool proxied(const packet::NdPacket &ns, uint16_t vlan, AnswerWorld &world, FastStatistic &by) const;
+    bool forwarded(const packet::NdPacket &ns, uint16_t vlan, AnswerWorld &world);
     void send(const Answer &answer, AnswerWorld &world);
     void seek(const Address6 &target, uint16_t vlan, SnoopClock::time_point now, AnswerWorld &world);
     void count(FastStatistic statistic) { ++counters_[statistic]; }

@@ -104,6 +104,12 @@ public:
             sent.push_back({device, std::vector<uint8_t>(frame, frame + length)});
         return sendResult;
     }
+    std::vector<std::pair<uint16_t, std::vector<uint8_t>>> tunneled; // VLAN, frame
+    Sent into_tunnel(uint16_t vlan, const uint8_t *frame, size_t length) override
+    {
+        tunneled.push_back({vlan, std::vector<uint8_t>(frame, frame + length)});
+        return Sent::Ok;
+    }
 
 private:
     uint8_t buffer_[kMaxBuiltFrame];
@@ -201,7 +207,7 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostOfItsTable)
     answers.suppression_host({6000, addr(9, 3)}, mac(93), true);
     // Not while the instance does not suppress.
     answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
-    c.suppression[5000] = false;
+    c.suppression[5000] = AnswerConfig::Suppression{};
     answers.configure(c);
     answers.solicited(solicitation(addr(9, 5), 5, addr(9, 2)), "ge0-5", 50, false, t0, sw); // removed
     answers.solicited(solicitation(addr(9, 5), 5, addr(9, 3)), "ge0-5", 50, false, t0, sw); // another instance
@@ -215,6 +221,44 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostOfItsTable)
     EXPECT_TRUE(na.override_flag);
     EXPECT_EQ(answers.statistics()[ndsvc::kRxNaprLocal], 1u);
     EXPECT_EQ(answers.suppression_hosts().size(), 2u);
+}
+
+TEST(WireAnswers, UnicastForwardSendsTheSolicitationToTheRemoteHostAloneThroughTheTunnel)
+{
+    TestSwitch sw;
+    NdAnswers answers;
+    AnswerConfig c;
+    c.fastResponse = false;
+    c.suppression[5000] = AnswerConfig::Suppression{false, true};
+    answers.configure(c);
+    answers.suppression_host({5000, addr(9, 1)}, mac(91), true);
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
+    EXPECT_TRUE(sw.sent.empty()) << "answered instead of forwarded";
+    ASSERT_EQ(sw.tunneled.size(), 1u);
+    EXPECT_EQ(sw.tunneled[0].first, 50);
+    NdPacket ns;
+    ASSERT_EQ(parse(sw.tunneled[0].second.data(), sw.tunneled[0].second.size(), ns), ParseResult::Ok);
+    EXPECT_EQ(ns.type, NdType::NeighborSolicitation);
+    EXPECT_EQ(ns.eth_dst, mac(91));
+    EXPECT_EQ(ns.eth_src, mac(5));
+    EXPECT_EQ(ns.src, addr(9, 5));
+    EXPECT_EQ(ns.dst, solicited_node(addr(9, 1)));
+    EXPECT_EQ(ns.target, addr(9, 1));
+    EXPECT_TRUE(ns.has_source_lladdr);
+    EXPECT_EQ(ns.source_lladdr, mac(5));
+    // Not for a host the table lacks, for a detection, nor from a VLAN without the tunnel.
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 7)), "ge0-5", 50, false, t0, sw);
+    answers.solicited(solicitation(Address6{}, 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 10, false, t0, sw);
+    EXPECT_EQ(sw.tunneled.size(), 1u);
+    EXPECT_TRUE(sw.sent.empty());
+    EXPECT_EQ(answers.statistics(), only({{ndsvc::kRxNsNoNapr, 4}}));
+    // Without unicast forward the switch answers for the host again.
+    c.suppression[5000].unicastForward = false;
+    answers.configure(c);
+    answers.solicited(solicitation(addr(9, 5), 5, addr(9, 1)), "ge0-5", 50, false, t0, sw);
+    EXPECT_EQ(sw.tunneled.size(), 1u);
+    EXPECT_EQ(sentAdvertisement(sw, "ge0-5").eth_src, mac(91));
 }
 
 TEST(WireAnswers, DetectionUnicastAndRefusedSolicitationsAreNotAnswered)

@@ -5,7 +5,9 @@
 // (neighbour caches, ping, the solicitations that reached them) and on the counters.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
+#include <optional>
 #include <string>
 
 #include "test_support.h"
@@ -223,32 +225,40 @@ TEST(WireAnswers, AProxyAddressRangeIsAnsweredWithTheSwitchsMacAfterADelay)
     EXPECT_EQ(sw.fast_counter("rxNaprProxyAddr"), answered);
 }
 
-// Host 1 of this switch and host 1 of a remote switch are one segment (VLAN 10 of each) through
-// the kernel's VXLAN device of instance 100; the suppression table holds the remote host.
-TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel)
+// Host 1 of this switch (port 1 in VLAN 10, 2001:db8:100::1) and host 1 of a remote lab's switch
+// (2001:db8:100::2) are one segment through the kernel's VXLAN device of instance 100; the
+// suppression table holds the remote host. The remote lab goes with the object.
+struct RemoteSegment {
+    std::optional<ndlab::Lab> lab;
+    std::string host;   // the remote host's namespace
+    std::string mac;    // its MAC as Linux prints it
+    std::string tunnel; // the local switch's namespace, which holds vx100
+};
+
+void joinRemote(const WireSwitch &sw, RemoteSegment &remote)
 {
-    WireSwitch sw(2);
-    ASSERT_TRUE(sw.ready()) << sw.why();
     std::string remoteName = sw.lab() + "r";
-    ndlab::Result<ndlab::Lab> remote = ndlab::Lab::create(remoteName, 1);
-    ASSERT_TRUE(remote) << remote.message();
-    ASSERT_TRUE(remote.value().set_port_vlan(1, 10));
+    ndlab::Result<ndlab::Lab> made = ndlab::Lab::create(remoteName, 1);
+    ASSERT_TRUE(made) << made.message();
+    remote.lab.emplace(std::move(made.value()));
+    ASSERT_TRUE(remote.lab->set_port_vlan(1, 10));
     ASSERT_EQ(sw.ndsh("configure terminal; vlan 10; exit; interface gigabitethernet 0/1; switchport access vlan 10; end"),
               "");
     ndlab::Status joined = ndlab::vxlan_join(sw.lab(), remoteName, 100, 10, 10);
     ASSERT_TRUE(joined) << joined.message();
-    std::string remoteHost = ndlab::host_namespace(remoteName, 1), switchSpace = ndlab::switch_namespace(sw.lab());
+    remote.host = ndlab::host_namespace(remoteName, 1);
+    remote.tunnel = ndlab::switch_namespace(sw.lab());
     int status = -1;
-    ndtest::run_capture({"ip", "netns", "exec", remoteHost, "ip", "-6", "addr", "add", "2001:db8:100::2/64", "dev",
+    ndtest::run_capture({"ip", "netns", "exec", remote.host, "ip", "-6", "addr", "add", "2001:db8:100::2/64", "dev",
                          "eth0"},
                         status);
     ASSERT_EQ(status, 0);
     ASSERT_TRUE(sw.add_address(1, "2001:db8:100::1/64"));
     ASSERT_TRUE(sw.settled(1));
-    std::string remoteMac = ndtest::run_capture({"ip", "netns", "exec", remoteHost, "cat", "/sys/class/net/eth0/address"}, status);
-    remoteMac.erase(remoteMac.find_last_not_of('\n') + 1);
+    remote.mac = ndtest::run_capture({"ip", "netns", "exec", remote.host, "cat", "/sys/class/net/eth0/address"}, status);
+    remote.mac.erase(remote.mac.find_last_not_of('\n') + 1);
     std::string hex;
-    for (char c : remoteMac)
+    for (char c : remote.mac)
         if (c != ':')
             hex += c;
     ASSERT_EQ(hex.size(), 12u);
@@ -257,22 +267,33 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel
                       "." + hex.substr(8, 4) + " 1"),
               "");
     std::this_thread::sleep_for(500ms);
+}
+
+TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel)
+{
+    WireSwitch sw(2);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    RemoteSegment remote;
+    ASSERT_NO_FATAL_FAILURE(joinRemote(sw, remote));
     {
-        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::2", "2001:db8:100::1");
-        ASSERT_TRUE(tunnel.ready());
+        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::2", "2001:db8:100::1");
+        NsWatch target(remote.host, "eth0", "2001:db8:100::2", "2001:db8:100::1");
+        ASSERT_TRUE(tunnel.ready() && target.ready());
         EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
         EXPECT_EQ(tunnel.stop(), 0) << "the NS went into the tunnel";
+        EXPECT_EQ(target.stop(), 0) << "the remote host saw the NS";
     }
-    EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remoteMac + " ", 0), 0u)
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remote.mac + " ", 0), 0u)
         << sw.neighbour(1, "2001:db8:100::2");
     EXPECT_GE(sw.fast_counter("rxNaprLocal"), 1);
     // A host the table does not hold: solicited through the tunnel, unless mismatches are discarded.
-    ndtest::run_capture({"ip", "netns", "exec", remoteHost, "ip", "-6", "addr", "add", "2001:db8:100::3/64", "dev",
+    int status = -1;
+    ndtest::run_capture({"ip", "netns", "exec", remote.host, "ip", "-6", "addr", "add", "2001:db8:100::3/64", "dev",
                          "eth0", "nodad"},
                         status);
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; ipv6 nd suppression missmatch discard; end"), "");
     {
-        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::3", "2001:db8:100::1");
+        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::3", "2001:db8:100::1");
         ASSERT_TRUE(tunnel.ready());
         EXPECT_FALSE(ping(sw, 1, "2001:db8:100::3"));
         EXPECT_EQ(tunnel.stop(), 0) << "missmatch discard let the NS into the tunnel";
@@ -280,7 +301,7 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression missmatch discard; end"), "");
     sw.flush_neighbours(1);
     {
-        NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::3", "2001:db8:100::1");
+        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::3", "2001:db8:100::1");
         ASSERT_TRUE(tunnel.ready());
         EXPECT_TRUE(ping(sw, 1, "2001:db8:100::3"));
         EXPECT_GE(tunnel.stop(), 1);
@@ -288,10 +309,117 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel
     // Switched off, the remote host is solicited through the tunnel again.
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression; end"), "");
     sw.flush_neighbours(1);
-    NsWatch tunnel(switchSpace, "vx100", "2001:db8:100::2", "2001:db8:100::1");
+    NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::2", "2001:db8:100::1");
     ASSERT_TRUE(tunnel.ready());
     EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
     EXPECT_GE(tunnel.stop(), 1);
+}
+
+// With unicast forward the switch does not answer for the remote host: the NS crosses the tunnel
+// as unicast to the host's MAC, the host itself answers, and no multicast NS enters the tunnel.
+TEST(WireAnswers, VxlanUnicastForwardSendsTheNsToTheRemoteHostAlone)
+{
+    WireSwitch sw(2);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    RemoteSegment remote;
+    ASSERT_NO_FATAL_FAILURE(joinRemote(sw, remote));
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; ipv6 nd suppression unicast forward; end"), "");
+    ASSERT_EQ(sw.ndsh("clear nd fast-response statistics"), "");
+    {
+        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::2", "2001:db8:100::1");
+        NsWatch target(remote.host, "eth0", "2001:db8:100::2", "2001:db8:100::1");
+        ASSERT_TRUE(tunnel.ready() && target.ready());
+        EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
+        EXPECT_GE(tunnel.stop(), 1) << "nothing went into the tunnel";
+        EXPECT_EQ(tunnel.multicast(), 0) << "a multicast NS went into the tunnel";
+        EXPECT_GE(target.stop(), 1) << "the remote host did not see the NS";
+        EXPECT_EQ(target.multicast(), 0);
+    }
+    EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remote.mac + " ", 0), 0u)
+        << sw.neighbour(1, "2001:db8:100::2");
+    EXPECT_EQ(sw.fast_counter("rxNaprLocal"), 0);
+    EXPECT_EQ(sw.fast_counter("txNaCount"), 0);
+    EXPECT_GE(sw.fast_counter("rxNsNoNapr"), 1);
+    // Without it the switch answers again, and the remote host sees nothing.
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression unicast forward; end"), "");
+    sw.flush_neighbours(1);
+    NsWatch target(remote.host, "eth0", "2001:db8:100::2", "2001:db8:100::1");
+    ASSERT_TRUE(target.ready());
+    EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
+    EXPECT_EQ(target.stop(), 0);
+    EXPECT_GE(sw.fast_counter("rxNaprLocal"), 1);
+}
+
+// One row of `show ipv6 nd host vxlan`.
+std::string hostRow(int vxlan, const std::string &dottedMac, const std::string &address, const std::string &port,
+                    const std::string &vlans)
+{
+    char row[256];
+    snprintf(row, sizeof row, "\n%-10d %-20s %-48s %-20s %s", vxlan, dottedMac.c_str(), address.c_str(), port.c_str(),
+             vlans.c_str());
+    return row;
+}
+
+// The VXLAN local host table is what the switch hears on the VXLAN access ports.
+TEST(WireAnswers, VxlanAccessPortsLearnTheLocalHostTable)
+{
+    WireSwitch sw(2);
+    ASSERT_TRUE(sw.ready()) << sw.why();
+    ASSERT_EQ(sw.ndsh("configure terminal; vlan 10; exit; interface gigabitethernet 0/1; switchport access vlan 10; "
+                      "interface gigabitethernet 0/2; switchport access vlan 10; exit; vxlan 100; "
+                      "vxlan-port 1 interface gigabitethernet0/1 svlan 10; "
+                      "vxlan-port 2 interface gigabitethernet0/2 svlan 20 cvlan 7; end"),
+              "");
+    std::this_thread::sleep_for(700ms); // the service reads the access ports every half second
+    ASSERT_TRUE(sw.add_address(1, "2001:db8:100::1/64"));
+    ASSERT_TRUE(sw.add_address(2, "2001:db8:100::2/64"));
+    ASSERT_TRUE(sw.settled(1) && sw.settled(2));
+    std::string one = hostRow(100, sw.dotted_mac(1), "2001:db8:100::1", "ge0/1", "10/-");
+    std::string listing;
+    EXPECT_TRUE(within(3s, [&] {
+        listing = sw.ndsh("show ipv6 nd host vxlan");
+        return listing.find(one) != std::string::npos;
+    })) << listing;
+    // Port 2 carries outer VLAN 20 only: host 2, in VLAN 10, is not a host of the table.
+    EXPECT_EQ(listing.find("2001:db8:100::2"), std::string::npos) << listing;
+    EXPECT_NE(listing.find("\nTotal vxlan host: 1"), std::string::npos) << listing;
+    // Port 2 for every VLAN, but a limit of one host: host 2's NS teaches nothing yet.
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no vxlan-port 2; vxlan-port 2 interface gigabitethernet0/2; "
+                      "ipv6 nd host limited 1; end"),
+              "");
+    std::this_thread::sleep_for(700ms);
+    EXPECT_TRUE(ping(sw, 2, "2001:db8:100::1"));
+    listing = sw.ndsh("show ipv6 nd host vxlan 100");
+    EXPECT_EQ(listing.find("2001:db8:100::2"), std::string::npos) << listing;
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd host limited; end"), "");
+    std::string two = hostRow(100, sw.dotted_mac(2), "2001:db8:100::2", "ge0/2", "-/-");
+    sw.flush_neighbours(2);
+    EXPECT_TRUE(ping(sw, 2, "2001:db8:100::1"));
+    EXPECT_TRUE(within(3s, [&] {
+        listing = sw.ndsh("show ipv6 nd host vxlan");
+        return listing.find(two) != std::string::npos;
+    })) << listing;
+    char title[256];
+    snprintf(title, sizeof title, "\n%-10s %-20s %-48s %-20s %s", "VXLAN-ID", "MAC-Address", "IP-Address", "INTERFACE",
+             "SVLAN/CVLAN");
+    // (ndsh ends its output with a newline.)
+    EXPECT_EQ(listing, title + one + two + "\nTotal vxlan host: 2\n");
+    // Clearing one address, then all.
+    ASSERT_EQ(sw.ndsh("clear ipv6 nd host vxlan 100 2001:db8:100::1"), "");
+    listing = sw.ndsh("show ipv6 nd host vxlan");
+    EXPECT_EQ(listing.find("2001:db8:100::1 "), std::string::npos) << listing;
+    EXPECT_NE(listing.find(two), std::string::npos) << listing;
+    ASSERT_EQ(sw.ndsh("clear ipv6 nd host vxlan all"), "");
+    EXPECT_EQ(sw.ndsh("show ipv6 nd host vxlan"), "\nTotal vxlan host: 0\n");
+    // A port that is no access port any more forgets its hosts.
+    sw.flush_neighbours(2);
+    EXPECT_TRUE(ping(sw, 2, "2001:db8:100::1"));
+    EXPECT_TRUE(within(3s, [&] { return sw.ndsh("show ipv6 nd host vxlan").find(two) != std::string::npos; }));
+    ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no vxlan-port 2; end"), "");
+    EXPECT_TRUE(within(3s, [&] {
+        listing = sw.ndsh("show ipv6 nd host vxlan");
+        return listing.find("2001:db8:100::2") == std::string::npos;
+    })) << listing;
 }
 
 TEST(WireAnswers, MalformedSolicitationsAreCountedAndNotAnswered)

@@ -229,8 +229,11 @@ void NsWatch::watch()
         ndsvc::packet::NdPacket p;
         if (n > 0 && ndsvc::packet::parse(frame, static_cast<size_t>(n), p) == ndsvc::packet::ParseResult::Ok &&
             p.type == ndsvc::packet::NdType::NeighborSolicitation && p.target == target_ &&
-            (anySource_ || p.src == from_))
+            (anySource_ || p.src == from_)) {
             ++seen_;
+            if (p.eth_dst[0] & 1)
+                ++multicast_;
+        }
     }
     close(fd);
 }

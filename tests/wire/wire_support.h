@@ -78,13 +78,15 @@ public:
     bool ready() const { return ready_; }
     // Stops watching (after a short wait for what is still on its way); the count.
     int stop();
+    // Of those counted, the ones sent to a multicast Ethernet address (after stop()).
+    int multicast() const { return multicast_; }
 
 private:
     std::string namespace_, device_ = ndlab::kHostDevice;
     std::array<uint8_t, 16> target_{}, from_{};
     bool anySource_ = true;
     std::atomic<bool> stop_{false}, ready_{false};
-    std::atomic<int> seen_{0};
+    std::atomic<int> seen_{0}, multicast_{0};
     std::thread thread_;
     void watch();
 };
