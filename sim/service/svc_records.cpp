@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "ndplat_ports.h"
+#include "ndplat_vxlan.h"
 
 namespace ndsvc {
 
@@ -228,9 +229,26 @@ Bytes issu_entry(const VxlanKey &key, const VxlanHost &host)
 
 void read_issu_entry(const uint8_t *e, VxlanKey &key, VxlanHost &host)
 {
-    memcpy(&key.first, e + ndwire::issu::kIndex, 4);
-    memcpy(key.second.data(), e + ndwire::issu::kAddress, key.second.size());
-    memcpy(host.mac.data(), e + ndwire::issu::kMac, host.mac.size());
+    namespace is = ndwire::issu;
+    memcpy(&key.first, e + is::kIndex, 4);
+    memcpy(key.second.data(), e + is::kAddress, key.second.size());
+    memcpy(host.mac.data(), e + is::kMac, host.mac.size());
+    // The entry names the port by its name and VLANs: the access port of the instance that has
+    // them again is the host's; none when no port does.
+    std::string port = text_at(e, is::kPort, is::kPortSize);
+    uint32_t svlan = 0, cvlan = 0;
+    memcpy(&svlan, e + is::kSvlan, 4);
+    memcpy(&cvlan, e + is::kCvlan, 4);
+    host.portIndex = 0;
+    for (const auto &[index, vxport] : ndplat::vxports()) {
+        char name[100] = {};
+        if (!port.empty() && vxport.vxlan == key.first && vxport.kind == ND_VXPORT_KIND_ATTACHED &&
+            vxport.svlan == svlan && vxport.cvlan == cvlan && portID2FmtString(vxport.portId, name) == 0 &&
+            port == name) {
+            host.portIndex = index;
+            break;
+        }
+    }
 }
 
 } // namespace ndsvc

@@ -80,7 +80,8 @@ bool vxlan_settings_of(const Bytes &rec, uint32_t id, VxlanSettings &s);
 
 void read_suppression(const uint8_t *p, VxlanKey &key, SuppressionHost &host);
 void read_remote_nbr(const uint8_t *p, uint32_t &type, VxlanKey &key, RemoteNbr &nbr);
-// The ISSU entry of one host; the port fields from the VXLAN port information.
+// The ISSU entry of one host; the port fields from the VXLAN port information, which also find
+// the host's access port again when it is read back.
 Bytes issu_entry(const VxlanKey &key, const VxlanHost &host);
 void read_issu_entry(const uint8_t *e, VxlanKey &key, VxlanHost &host);
 

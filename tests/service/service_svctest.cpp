@@ -17,6 +17,7 @@
 #include "ndplat_dbm.h"
 #include "ndplat_ports.h"
 #include "ndplat_service.h"
+#include "ndplat_vxlan.h"
 #include "service_requests.h"
 #include "test_support.h"
 
@@ -567,6 +568,34 @@ TEST_F(ServiceTest, IssuBackupAndRecoveryUseThePlugInsStore)
     ASSERT_EQ(r.items.size(), 4u);
     EXPECT_STREQ(reinterpret_cast<const char *>(r.items[2].bytes.data()), "2001:db8::3");
     EXPECT_EQ(r.items[2].bytes[121], 0x33u);
+}
+
+// The backup names a host's port by its name and VLANs; recovered, the host is at the access port
+// that has them again, or at none.
+TEST_F(ServiceTest, IssuRecoveryFindsTheHostsAccessPortAgain)
+{
+    svc.plugin_path_set(ND_CLI_SO_PATH);
+    ndplat::Vxport port;
+    port.portId = ndplat::port_id("gigabitethernet0/3");
+    ASSERT_NE(port.portId, 0);
+    port.svlan = 10;
+    port.vxlan = 3;
+    ASSERT_TRUE(ndplat::vxport_set(5, port));
+    svc.seed_text(R"({"vxlan_hosts":[{"vxlan":3,"ip":"2001:db8::1","mac":"00:00:00:00:00:33","port_index":5},
+                                     {"vxlan":3,"ip":"2001:db8::2","mac":"00:00:00:00:00:34","port_index":9}]})",
+                  nullptr);
+    EXPECT_EQ(st(req(25, ND_CLI_OPT_SET, {CmfItem::u32(21, 1)})), 13u);
+    EXPECT_EQ(st(req(25, ND_CLI_OPT_UNDO)), 13u);
+    // The same port under another index: found by what it is, not by its old index.
+    ASSERT_TRUE(ndplat::vxport_remove(5));
+    ASSERT_TRUE(ndplat::vxport_set(6, port));
+    EXPECT_EQ(st(req(25, ND_CLI_OPT_SET, {CmfItem::u32(21, 2)})), 13u);
+    CmfResponse r = svc.handle(req(25, ND_CLI_OPT_SHOW, {CmfItem::u32(15, 3)}));
+    ASSERT_EQ(r.items.size(), 3u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(r.items[0].bytes.data()), "2001:db8::1");
+    EXPECT_EQ(at<uint32_t>(r.items[0].bytes, 104), 6u);
+    EXPECT_STREQ(reinterpret_cast<const char *>(r.items[1].bytes.data()), "2001:db8::2");
+    EXPECT_EQ(at<uint32_t>(r.items[1].bytes, 104), 0u);
 }
 
 TEST_F(ServiceTest, ConfigurationWhileAnotherIsInProgressIsBusy)
