@@ -193,7 +193,10 @@ CmfResponse NdService::vxlan_hosts(const CmfRequest &r)
     }
     if (r.optKind != ND_CLI_OPT_SHOW)
         return status(ND_ERR_OPERATION_FAILED);
-    wire_vxlan_hosts_locked();
+    // A listing reads the wire's table once, at its first page; the next pages go on from the
+    // last record in that copy.
+    if (!find_item(r, ndwire::kItemLastRecord))
+        wire_vxlan_hosts_locked();
     return vxlan_page(r, hosts_, [](const VxlanKey &key, const VxlanHost &h) {
         return vxlan_row(key.first, key.second, "", 0, h.portIndex, h.mac);
     });
