@@ -269,20 +269,21 @@ void joinRemote(const WireSwitch &sw, RemoteSegment &remote)
     std::this_thread::sleep_for(500ms);
 }
 
-// Host 1 pings the remote host: the NS of host 1 for it seen on the switch's vx100 and at the
-// remote host, all and of them those to a multicast MAC.
+// Host 1 pings an address of the remote host (2001:db8:100::2 unless told): the NS of host 1 for
+// it seen on the switch's vx100 and at the remote host, all and of them those to a multicast MAC.
 struct Crossed {
     bool pinged = false;
     int tunnel = 0, tunnelMulticast = 0;
     int target = 0, targetMulticast = 0;
 };
 
-void pingRemote(const WireSwitch &sw, const RemoteSegment &remote, Crossed &crossed)
+void pingRemote(const WireSwitch &sw, const RemoteSegment &remote, Crossed &crossed,
+                const std::string &address = "2001:db8:100::2")
 {
-    NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::2", "2001:db8:100::1");
-    NsWatch target(remote.host, "eth0", "2001:db8:100::2", "2001:db8:100::1");
+    NsWatch tunnel(remote.tunnel, "vx100", address, "2001:db8:100::1");
+    NsWatch target(remote.host, "eth0", address, "2001:db8:100::1");
     ASSERT_TRUE(tunnel.ready() && target.ready());
-    crossed.pinged = ping(sw, 1, "2001:db8:100::2");
+    crossed.pinged = ping(sw, 1, address);
     crossed.tunnel = tunnel.stop();
     crossed.tunnelMulticast = tunnel.multicast();
     crossed.target = target.stop();
@@ -309,27 +310,26 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel
                          "eth0", "nodad"},
                         status);
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; ipv6 nd suppression missmatch discard; end"), "");
-    {
-        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::3", "2001:db8:100::1");
-        ASSERT_TRUE(tunnel.ready());
-        EXPECT_FALSE(ping(sw, 1, "2001:db8:100::3"));
-        EXPECT_EQ(tunnel.stop(), 0) << "missmatch discard let the NS into the tunnel";
-    }
+    Crossed discarded;
+    ASSERT_NO_FATAL_FAILURE(pingRemote(sw, remote, discarded, "2001:db8:100::3"));
+    EXPECT_FALSE(discarded.pinged);
+    EXPECT_EQ(discarded.tunnel, 0) << "missmatch discard let the NS into the tunnel";
+    EXPECT_EQ(discarded.target, 0);
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression missmatch discard; end"), "");
     sw.flush_neighbours(1);
-    {
-        NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::3", "2001:db8:100::1");
-        ASSERT_TRUE(tunnel.ready());
-        EXPECT_TRUE(ping(sw, 1, "2001:db8:100::3"));
-        EXPECT_GE(tunnel.stop(), 1);
-    }
+    Crossed solicited;
+    ASSERT_NO_FATAL_FAILURE(pingRemote(sw, remote, solicited, "2001:db8:100::3"));
+    EXPECT_TRUE(solicited.pinged);
+    EXPECT_GE(solicited.tunnel, 1);
+    EXPECT_GE(solicited.target, 1);
     // Switched off, the remote host is solicited through the tunnel again.
     ASSERT_EQ(sw.ndsh("configure terminal; vxlan 100; no ipv6 nd suppression; end"), "");
     sw.flush_neighbours(1);
-    NsWatch tunnel(remote.tunnel, "vx100", "2001:db8:100::2", "2001:db8:100::1");
-    ASSERT_TRUE(tunnel.ready());
-    EXPECT_TRUE(ping(sw, 1, "2001:db8:100::2"));
-    EXPECT_GE(tunnel.stop(), 1);
+    Crossed off;
+    ASSERT_NO_FATAL_FAILURE(pingRemote(sw, remote, off));
+    EXPECT_TRUE(off.pinged);
+    EXPECT_GE(off.tunnel, 1);
+    EXPECT_GE(off.target, 1);
 }
 
 // With unicast forward the switch does not answer for the remote host: the NS crosses the tunnel
