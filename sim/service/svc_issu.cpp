@@ -48,15 +48,20 @@ bool backup(const IssuStore &store, const std::map<VxlanKey, VxlanHost> &hosts)
 
 bool recover(const IssuStore &store, std::map<VxlanKey, VxlanHost> &hosts)
 {
+    struct Walk {
+        IssuPorts ports = issu_ports();
+        std::map<VxlanKey, VxlanHost> &hosts;
+    } walk{.hosts = hosts};
     NdDbmLibIssuIterCtx ctx;
     ctx.callback = [](const void *entry, void *arg) -> int32_t {
+        Walk &w = *static_cast<Walk *>(arg);
         VxlanKey key;
         VxlanHost host;
-        read_issu_entry(static_cast<const uint8_t *>(entry), key, host);
-        static_cast<std::map<VxlanKey, VxlanHost> *>(arg)->emplace(key, host);
+        read_issu_entry(static_cast<const uint8_t *>(entry), w.ports, key, host);
+        w.hosts.emplace(key, host);
         return 0;
     };
-    ctx.arg = &hosts;
+    ctx.arg = &walk;
     return store.walk(&ctx) == 0;
 }
 

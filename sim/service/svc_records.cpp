@@ -227,28 +227,28 @@ Bytes issu_entry(const VxlanKey &key, const VxlanHost &host)
     return e;
 }
 
-void read_issu_entry(const uint8_t *e, VxlanKey &key, VxlanHost &host)
+IssuPorts issu_ports()
+{
+    IssuPorts ports;
+    for (const auto &[index, vxport] : ndplat::vxports()) {
+        char name[100] = {};
+        if (vxport.kind == ND_VXPORT_KIND_ATTACHED && portID2FmtString(vxport.portId, name) == 0 && name[0])
+            ports.emplace(IssuPortKey{vxport.vxlan, name, vxport.svlan, vxport.cvlan}, index);
+    }
+    return ports;
+}
+
+void read_issu_entry(const uint8_t *e, const IssuPorts &ports, VxlanKey &key, VxlanHost &host)
 {
     namespace is = ndwire::issu;
     memcpy(&key.first, e + is::kIndex, 4);
     memcpy(key.second.data(), e + is::kAddress, key.second.size());
     memcpy(host.mac.data(), e + is::kMac, host.mac.size());
-    // The entry names the port by its name and VLANs: the access port of the instance that has
-    // them again is the host's; none when no port does.
-    std::string port = text_at(e, is::kPort, is::kPortSize);
-    uint32_t svlan = 0, cvlan = 0;
-    memcpy(&svlan, e + is::kSvlan, 4);
-    memcpy(&cvlan, e + is::kCvlan, 4);
-    host.portIndex = 0;
-    for (const auto &[index, vxport] : ndplat::vxports()) {
-        char name[100] = {};
-        if (!port.empty() && vxport.vxlan == key.first && vxport.kind == ND_VXPORT_KIND_ATTACHED &&
-            vxport.svlan == svlan && vxport.cvlan == cvlan && portID2FmtString(vxport.portId, name) == 0 &&
-            port == name) {
-            host.portIndex = index;
-            break;
-        }
-    }
+    IssuPortKey port{key.first, text_at(e, is::kPort, is::kPortSize), 0, 0};
+    memcpy(&std::get<2>(port), e + is::kSvlan, 4);
+    memcpy(&std::get<3>(port), e + is::kCvlan, 4);
+    auto it = ports.find(port);
+    host.portIndex = it == ports.end() ? 0 : it->second;
 }
 
 } // namespace ndsvc

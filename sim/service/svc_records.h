@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "nd_cli_wire.h"
@@ -80,10 +81,14 @@ bool vxlan_settings_of(const Bytes &rec, uint32_t id, VxlanSettings &s);
 
 void read_suppression(const uint8_t *p, VxlanKey &key, SuppressionHost &host);
 void read_remote_nbr(const uint8_t *p, uint32_t &type, VxlanKey &key, RemoteNbr &nbr);
-// The ISSU entry of one host; the port fields from the VXLAN port information, which also find
-// the host's access port again when it is read back.
+// The ISSU entry of one host; the port fields from the VXLAN port information.
 Bytes issu_entry(const VxlanKey &key, const VxlanHost &host);
-void read_issu_entry(const uint8_t *e, VxlanKey &key, VxlanHost &host);
+// An entry names its host's port by instance, port name and VLANs: read back, the host is at
+// the access port that has them now (the first by index), or at none (0).
+using IssuPortKey = std::tuple<uint32_t, std::string, uint32_t, uint32_t>; // instance, name, svlan, cvlan
+using IssuPorts = std::map<IssuPortKey, uint32_t>;
+IssuPorts issu_ports();
+void read_issu_entry(const uint8_t *e, const IssuPorts &ports, VxlanKey &key, VxlanHost &host);
 
 } // namespace ndsvc
 

@@ -110,6 +110,14 @@ std::map<uint32_t, VxlanAccessPort> vxlan_access_ports()
     return ports;
 }
 
+// The wire's counters are one row of the statistics table (member and instance 0).
+template <size_t Count> void only_row(const std::array<uint32_t, Count> &values, std::vector<Counters> &table)
+{
+    Counters row;
+    row.values.assign(values.begin(), values.end());
+    table.assign(1, row);
+}
+
 UserBind listed(const SnoopBindingEntry &e)
 {
     UserBind ub;
@@ -172,22 +180,14 @@ void NdService::wire_bindings_locked()
 
 void NdService::wire_statistics_locked()
 {
-    if (!wire_)
-        return;
-    std::array<uint32_t, kSnoopStatisticCount> values = wire_->statistics();
-    Counters row;
-    row.values.assign(values.begin(), values.end());
-    snoopingStats_.assign(1, row);
+    if (wire_)
+        only_row(wire_->statistics(), snoopingStats_);
 }
 
 void NdService::wire_forward_statistics_locked()
 {
-    if (!wire_)
-        return;
-    std::array<uint32_t, kFastStatisticCount> values = wire_->fast_statistics();
-    Counters row;
-    row.values.assign(values.begin(), values.end());
-    forwardStats_.assign(1, row);
+    if (wire_)
+        only_row(wire_->fast_statistics(), forwardStats_);
 }
 
 void NdService::wire_prefixes_locked()

@@ -33,7 +33,7 @@ private:
     int fd_;
 };
 
-// One RTM_NEWLINK message: its index, name and master.
+// One RTM_NEWLINK message: its index, name and master (other messages are passed over).
 void readLink(const nlmsghdr *h, std::vector<WireLink> &links);
 
 // Sends one request and hands every answering message to `take` until the kernel says it is
@@ -77,6 +77,15 @@ bool exchange(void *request, uint32_t length, const std::function<void(const nlm
                 return true;
         }
     }
+}
+
+// The fixed part of a message of `type`; false for a message of another type, or one too short.
+template <typename Fixed> bool fixed_part(const nlmsghdr *h, uint16_t type, Fixed &fixed)
+{
+    if (h->nlmsg_type != type || h->nlmsg_len < NLMSG_LENGTH(sizeof(Fixed)))
+        return false;
+    memcpy(&fixed, NLMSG_DATA(h), sizeof fixed);
+    return true;
 }
 
 // Walks the attributes that follow a message's fixed part of `fixed` bytes.
@@ -123,10 +132,9 @@ template <typename Fixed> struct Request {
 
 void readLink(const nlmsghdr *h, std::vector<WireLink> &links)
 {
-    if (h->nlmsg_len < NLMSG_LENGTH(sizeof(ifinfomsg)))
-        return;
     ifinfomsg info;
-    memcpy(&info, NLMSG_DATA(h), sizeof info);
+    if (!fixed_part(h, RTM_NEWLINK, info))
+        return;
     WireLink link;
     link.index = info.ifi_index;
     link.up = (info.ifi_flags & IFF_UP) != 0;
@@ -150,10 +158,7 @@ bool wire_links(std::vector<WireLink> &links, std::string &error)
     request.fixed.ifi_family = AF_UNSPEC;
     if (!exchange(
             &request, request.header.nlmsg_len,
-            [&](const nlmsghdr *h) {
-                if (h->nlmsg_type == RTM_NEWLINK)
-                    readLink(h, links);
-            },
+            [&](const nlmsghdr *h) { readLink(h, links); },
             error))
         return false;
     std::map<int, std::string> names;
@@ -199,10 +204,9 @@ bool wire_link_locals(std::map<int, Address6> &byIndex, std::string &error)
     return exchange(
         &request, request.header.nlmsg_len,
         [&](const nlmsghdr *h) {
-            if (h->nlmsg_type != RTM_NEWADDR || h->nlmsg_len < NLMSG_LENGTH(sizeof(ifaddrmsg)))
-                return;
             ifaddrmsg info;
-            memcpy(&info, NLMSG_DATA(h), sizeof info);
+            if (!fixed_part(h, RTM_NEWADDR, info))
+                return;
             if (info.ifa_scope != RT_SCOPE_LINK || (info.ifa_flags & IFA_F_TENTATIVE))
                 return;
             attributes(h, sizeof(ifaddrmsg), [&](uint16_t type, const uint8_t *value, size_t length) {
@@ -227,10 +231,9 @@ WireRoute wire_route(const Address6 &destination)
     exchange(
         &request, request.header.nlmsg_len,
         [&](const nlmsghdr *h) {
-            if (h->nlmsg_type != RTM_NEWROUTE || h->nlmsg_len < NLMSG_LENGTH(sizeof(rtmsg)))
-                return;
             rtmsg info;
-            memcpy(&info, NLMSG_DATA(h), sizeof info);
+            if (!fixed_part(h, RTM_NEWROUTE, info))
+                return;
             if (info.rtm_type != RTN_UNICAST && info.rtm_type != RTN_LOCAL)
                 return;
             route.local = info.rtm_type == RTN_LOCAL;
