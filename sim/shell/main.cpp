@@ -17,6 +17,7 @@
 #include <optional>
 
 #include "ndplat.h"
+#include "ndplat_service.h"
 #include "ndsh.h"
 
 namespace {
@@ -311,6 +312,9 @@ int run(int argc, char **argv)
             if (ndsh::run_lines({line}, options.echo) != 0)
                 status = 1;
     }
+    // The ND library hands its records to the service from a worker of its own: what the last
+    // command queued (`nd mpos suppress`, say) reaches the service before the shell ends.
+    ndplat::nd_library_flush();
     fflush(stdout);
     return status;
 }

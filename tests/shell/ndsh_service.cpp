@@ -26,6 +26,23 @@ TEST(NdshService, ConfigurationTypedAtTheShellShowsUpInTheRunningConfiguration)
                          " nd proxy enable\n");
 }
 
+// The ND library hands its records to the service from a worker: a shell whose last command
+// queued them delivers them before it ends, and the next shell lists them.
+TEST(NdshService, RecordsThatTheLastCommandQueuedReachTheServiceBeforeTheShellEnds)
+{
+    StateDir state;
+    Result r = ndsh(state, {"-c", "nd mpos suppress 10 7 2001:db8::1 192.0.2.9 0011.2233.4455 500"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    Result listed = ndsh(state, {"-c", "show ipv6 nd suppression"});
+    EXPECT_EQ(listed.status, 0) << listed.err;
+    size_t rows = 0;
+    for (size_t at = listed.out.find("\n10         0011.2233.4455"); at != std::string::npos;
+         at = listed.out.find("\n10         0011.2233.4455", at + 1))
+        ++rows;
+    EXPECT_EQ(rows, 500u) << listed.out.substr(listed.out.size() > 200 ? listed.out.size() - 200 : 0);
+}
+
 // A line that could not be carried out because the service never answered fails the run, as
 // a rejected line does; a run whose lines made no request still succeeds.
 TEST(NdshService, TheExitStatusIsOneWhenTheServiceCannotBeReached)
