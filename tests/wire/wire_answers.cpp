@@ -290,6 +290,16 @@ void pingRemote(const WireSwitch &sw, const RemoteSegment &remote, Crossed &cros
     crossed.targetMulticast = target.multicast();
 }
 
+// What the switch knows of the segment, for a failure's message: the suppression table, the
+// devices of VLAN 10's bridge and the service's log.
+std::string segmentState(const WireSwitch &sw, const RemoteSegment &remote)
+{
+    int status = -1;
+    return sw.ndsh("show ipv6 nd suppression; show running-config") +
+           ndtest::run_capture({"ip", "-n", remote.tunnel, "-o", "link", "show", "master", "vlan10"}, status) +
+           sw.service_log();
+}
+
 TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel)
 {
     WireSwitch sw(2);
@@ -299,7 +309,7 @@ TEST(WireAnswers, VxlanSuppressionAnswersForARemoteHostAndSendsNoNsIntoTheTunnel
     Crossed crossed;
     ASSERT_NO_FATAL_FAILURE(pingRemote(sw, remote, crossed));
     EXPECT_TRUE(crossed.pinged);
-    EXPECT_EQ(crossed.tunnel, 0) << "the NS went into the tunnel";
+    EXPECT_EQ(crossed.tunnel, 0) << "the NS went into the tunnel" << segmentState(sw, remote);
     EXPECT_EQ(crossed.target, 0) << "the remote host saw the NS";
     EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remote.mac + " ", 0), 0u)
         << sw.neighbour(1, "2001:db8:100::2");
@@ -346,7 +356,7 @@ TEST(WireAnswers, VxlanUnicastForwardSendsTheNsToTheRemoteHostAlone)
     ASSERT_NO_FATAL_FAILURE(pingRemote(sw, remote, crossed));
     EXPECT_TRUE(crossed.pinged);
     EXPECT_GE(crossed.tunnel, 1) << "nothing went into the tunnel";
-    EXPECT_EQ(crossed.tunnelMulticast, 0) << "a multicast NS went into the tunnel";
+    EXPECT_EQ(crossed.tunnelMulticast, 0) << "a multicast NS went into the tunnel" << segmentState(sw, remote);
     EXPECT_GE(crossed.target, 1) << "the remote host did not see the NS";
     EXPECT_EQ(crossed.targetMulticast, 0);
     EXPECT_EQ(sw.neighbour(1, "2001:db8:100::2").rfind("2001:db8:100::2 dev eth0 lladdr " + remote.mac + " ", 0), 0u)
